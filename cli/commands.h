@@ -1,0 +1,15 @@
+// The tool's commands. Each registers its subcommand and returns the exit status it sets
+// through the shared result.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace cli {
+
+struct CommandResult {
+  int status = 0;
+};
+
+void RegisterInfo(CLI::App& app, CommandResult& result);
+
+}  // namespace cli

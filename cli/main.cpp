@@ -1,0 +1,39 @@
+// kofd: the command-line face of the object file descriptor library.
+#include <cstdio>
+
+#include <CLI/CLI.hpp>
+
+#include "commands.h"
+#include "frame/exports.h"
+#include "report.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{"kofd: open, inspect and dump KELF objects and archives of KELF objects", "kofd"};
+  bool bVersion = false;
+  app.add_flag("--version", bVersion, "Print the library's banner and exit");
+  app.require_subcommand(0, 1);
+
+  cli::CommandResult result;
+  cli::RegisterInfo(app, result);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    app.exit(e);
+    return cli::kExitUsage;
+  }
+
+  if (bVersion) {
+    char szNames[kBodyNamesSize] = {0};
+    EnumBodyNames(0, szNames);
+    printf("%s\n", szNames);
+    return 0;
+  }
+  if (app.get_subcommands().empty()) {
+    fprintf(stderr, "%s", app.help().c_str());
+    return cli::kExitUsage;
+  }
+  return result.status;
+}

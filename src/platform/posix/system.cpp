@@ -1,0 +1,66 @@
+// POSIX errors, string resources, message boxes and character classes.
+#include <ctype.h>
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <string>
+
+#include "platform/platform.h"
+#include "platform/string_table.h"
+
+namespace platform {
+namespace {
+
+MessageBoxHook g_pfnMessageBoxHook = nullptr;
+
+}  // namespace
+
+DWORD LastSystemError() { return static_cast<DWORD>(errno); }
+
+void SetLastSystemError(DWORD dwError) { errno = static_cast<int>(dwError); }
+
+bool SystemErrorMessage(DWORD dwError, std::string* psText) {
+  char buffer[256] = {0};
+  // The GNU variant returns the text, which may or may not be the buffer.
+  const char* text = ::strerror_r(static_cast<int>(dwError), buffer, sizeof buffer);
+  if (!text || !*text) return false;
+  *psText = text;
+  return true;
+}
+
+ModuleHandle LibraryModule() { return &g_LibraryStrings; }
+
+int ResourceString(ModuleHandle hModule, unsigned nId, char* pszBuffer, int cchBuffer) {
+  if (!pszBuffer || cchBuffer <= 0) return 0;
+  pszBuffer[0] = '\0';
+  const StringTable* table = static_cast<const StringTable*>(hModule);
+  if (!table) return 0;
+  for (size_t i = 0; i < table->count; ++i) {
+    if (table->entries[i].id != nId) continue;
+    const size_t length = strlen(table->entries[i].text);
+    const size_t copied = length < static_cast<size_t>(cchBuffer - 1) ? length : static_cast<size_t>(cchBuffer - 1);
+    memcpy(pszBuffer, table->entries[i].text, copied);
+    pszBuffer[copied] = '\0';
+    return static_cast<int>(copied);
+  }
+  return 0;
+}
+
+void ShowMessageBox(const char* pszText, const char* pszCaption, unsigned uStyle) {
+  if (g_pfnMessageBoxHook) {
+    g_pfnMessageBoxHook(pszText, pszCaption, uStyle);
+    return;
+  }
+  fprintf(stderr, "%s: %s\n", pszCaption ? pszCaption : "", pszText ? pszText : "");
+}
+
+MessageBoxHook SetMessageBoxHook(MessageBoxHook pfnHook) {
+  MessageBoxHook previous = g_pfnMessageBoxHook;
+  g_pfnMessageBoxHook = pfnHook;
+  return previous;
+}
+
+bool IsAlphaNumeric(char ch) { return ::isalnum(static_cast<unsigned char>(ch)) != 0; }
+
+}  // namespace platform
