@@ -1,0 +1,160 @@
+// The DLL suite: loads kofd.dll as a host does and checks what crosses the module boundary:
+// the exports, the string resources, interface conversion and exceptions thrown inside the DLL.
+// Prints one line per failed check and ends with "N passed, N failed".
+#include <windows.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "frame/exception.h"
+#include "frame/exports.h"
+#include "frame/file.h"
+
+namespace {
+
+int g_nPassed = 0;
+int g_nFailed = 0;
+
+void Check(bool bOk, const char* pszWhat, const std::string& sDetail = std::string()) {
+  if (bOk) {
+    ++g_nPassed;
+    return;
+  }
+  ++g_nFailed;
+  printf("FAILED: %s%s%s\n", pszWhat, sDetail.empty() ? "" : ": ", sDetail.c_str());
+}
+
+struct Exports {
+  PFN_CreateFactory pfnCreateFactory;
+  PFN_CreateInstance pfnCreateInstance;
+  PFN_EnumBodyNames pfnEnumBodyNames;
+  PFN_Stop pfnStop;
+};
+
+template <class T>
+T Find(HMODULE hDll, const char* pszName) {
+  return reinterpret_cast<T>(reinterpret_cast<void*>(GetProcAddress(hDll, pszName)));
+}
+
+void CheckStringResources(HMODULE hDll) {
+  struct Expected {
+    unsigned id;
+    const char* text;
+  };
+#define KOFD_STRING(id, text) {id, text},
+  static const Expected kExpected[] = {
+#include "resources/strings.def"
+  };
+#undef KOFD_STRING
+  for (const Expected& expected : kExpected) {
+    char szText[1024] = {0};
+    LoadStringA(hDll, expected.id, szText, sizeof szText);
+    Check(strcmp(szText, expected.text) == 0, "string resource",
+          std::to_string(expected.id) + " reads \"" + szText + "\"");
+  }
+  char szMissing[64] = {0};
+  Check(LoadStringA(hDll, 1023, szMissing, sizeof szMissing) == 0, "string 1023 has no text");
+}
+
+void CheckBanner(const Exports& dll) {
+  char buffer[64];
+  memset(buffer, 0xCC, sizeof buffer);
+  Check(dll.pfnEnumBodyNames(0, buffer) == S_OK, "EnumBodyNames returns S_OK");
+  Check(strcmp(buffer, "Quillbox object file descriptor Ver. 3.00.01-122499") == 0, "banner text");
+  Check(buffer[51] == 0 && buffer[52] == 0 && static_cast<unsigned char>(buffer[53]) == 0xCC,
+        "EnumBodyNames writes exactly 53 bytes");
+}
+
+void CheckCreateInstance(const Exports& dll) {
+  for (const char* pszName : {"I_KOfdELF", "I_KOfdArchive", "I_UnknownObject", "I_KOfdELFX", "I_Factory"}) {
+    I_Unknown* pObject = dll.pfnCreateInstance(pszName);
+    Check(pObject != nullptr, "CreateInstance builds", pszName);
+    if (pObject) Check(pObject->Destroy() == S_OK, "Destroy", pszName);
+  }
+  for (const char* pszName : {"I_KOfdELF ", "i_kofdelf", "", "I_File"}) {
+    I_Unknown* pObject = dll.pfnCreateInstance(pszName);
+    Check(pObject == nullptr, "CreateInstance refuses", std::string("\"") + pszName + "\"");
+    if (pObject) pObject->Destroy();
+  }
+}
+
+void CheckFactory(const Exports& dll) {
+  I_Factory* pFactory = dll.pfnCreateFactory();
+  Check(pFactory != nullptr, "CreateFactory");
+  if (!pFactory) return;
+  I_Unknown* pObject = reinterpret_cast<I_Unknown*>(1);
+  Check(pFactory->CreateInstance("I_Factory", &pObject) == E_FAIL, "factory refuses I_Factory");
+  Check(pObject == reinterpret_cast<I_Unknown*>(1), "a refusal leaves the output untouched");
+
+  pObject = nullptr;
+  Check(pFactory->CreateInstance("I_KOfdArchive", &pObject) == S_OK && pObject, "factory builds I_KOfdArchive");
+  Check(pFactory->ReleaseInstance(pObject) == S_OK, "factory releases its own object");
+
+  const char* pszInterface = nullptr;
+  pObject = nullptr;
+  Check(pFactory->CreateInstance("Z:\\no\\such\\file.o", &pObject, &pszInterface) == E_FAIL,
+        "by-path form on a missing file returns E_FAIL");
+  Check(pObject == nullptr, "by-path form builds nothing for a missing file");
+  pFactory->ReleaseAll();
+  pFactory->Destroy();
+}
+
+// A failure inside the DLL reaches the host as the library's exception, with its resource text.
+void CheckExceptionCrossesBoundary(const Exports& dll) {
+  I_Unknown* pObject = dll.pfnCreateInstance("I_KOfdELF");
+  I_File* pFile = dynamic_cast<I_File*>(pObject);
+  Check(pFile != nullptr, "an object document converts to I_File");
+  if (!pFile) {
+    if (pObject) pObject->Destroy();
+    return;
+  }
+  const char* pszPath = "Z:\\no\\such\\file.o";
+  bool bCaught = false;
+  try {
+    pFile->AttachWithSize(pszPath, pszPath, 0);
+  } catch (C_Exception& error) {
+    bCaught = true;
+    HRESULT hrCode = S_OK;
+    const char* pszText = nullptr;
+    error.GetCodeAndMessage(&hrCode, &pszText);
+    const std::string sText = pszText ? pszText : "";
+    const std::string sExpected = std::string("error 1013: failed to open file specified(") + pszPath + "). " +
+                                  "\nSystem Error: ";
+    Check(hrCode == static_cast<HRESULT>(0x800403F5), "exception code 0x800403F5");
+    Check(sText.compare(0, sExpected.size(), sExpected) == 0, "exception text from the DLL's resources", sText);
+    Check(sText.size() > sExpected.size(), "system text appended", sText);
+  } catch (...) {
+    Check(false, "exception type", "not a C_Exception");
+  }
+  Check(bCaught, "a failure inside the DLL is thrown to the host");
+  Check(dynamic_cast<I_File*>(pObject) == pFile, "the object survives the failure");
+  pObject->Destroy();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const char* pszDll = argc > 1 ? argv[1] : "kofd.dll";
+  HMODULE hDll = LoadLibraryA(pszDll);
+  Check(hDll != nullptr, "LoadLibrary", pszDll);
+  if (!hDll) {
+    printf("%d passed, %d failed\n", g_nPassed, g_nFailed);
+    return 1;
+  }
+  Exports dll = {Find<PFN_CreateFactory>(hDll, "CreateFactory"), Find<PFN_CreateInstance>(hDll, "CreateInstance"),
+                 Find<PFN_EnumBodyNames>(hDll, "EnumBodyNames"), Find<PFN_Stop>(hDll, "Stop")};
+  const bool bExports = dll.pfnCreateFactory && dll.pfnCreateInstance && dll.pfnEnumBodyNames && dll.pfnStop;
+  Check(bExports, "the four exports are found");
+  if (bExports) {
+    CheckStringResources(hDll);
+    CheckBanner(dll);
+    CheckCreateInstance(dll);
+    CheckFactory(dll);
+    CheckExceptionCrossesBoundary(dll);
+    dll.pfnStop();
+  }
+  FreeLibrary(hDll);
+  printf("%d passed, %d failed\n", g_nPassed, g_nFailed);
+  return g_nFailed == 0 ? 0 : 1;
+}
