@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs what building and testing kofd needs, when it is missing. Debian packages only.
+# "setup.sh build" installs only what building the Linux tool needs.
 set -euo pipefail
+mode=${1:-all}
 
 packages=()
 need() { # need PACKAGE TEST...: install PACKAGE unless the test succeeds
@@ -11,20 +13,22 @@ has() { command -v "$1"; }
 exists() { test -e "$1"; }
 
 need g++ has g++
-need clang has clang++
 need cmake has cmake
 need ninja-build has ninja
+need libcli11-dev exists /usr/include/CLI/CLI.hpp
+need libgtest-dev exists /usr/include/gtest/gtest.h
+if [ "$mode" != build ]; then
+need clang has clang++
 need mingw-w64 has x86_64-w64-mingw32-g++
 need wine64 exists /usr/lib/wine/wine64
 need wine has wine
 need xvfb has xvfb-run
 need xauth has xauth
-need libcli11-dev exists /usr/include/CLI/CLI.hpp
-need libgtest-dev exists /usr/include/gtest/gtest.h
 need libbenchmark-dev exists /usr/include/benchmark/benchmark.h
 need libclang-rt-14-dev exists /usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-x86_64.a
 need binutils has readelf
 need llvm has llvm-ar
+fi
 
 if ((${#packages[@]})); then
   echo "setup: installing ${packages[*]}"

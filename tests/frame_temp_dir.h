@@ -14,27 +14,22 @@ class TempDir {
  public:
   TempDir() {
     const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    m_path = std::filesystem::path(::testing::TempDir()) /
-             ("kofd_" + std::string(info->test_suite_name()) + "_" + info->name() + "_" +
-              std::to_string(::getpid()));
-    std::filesystem::remove_all(m_path);
+    m_path = std::filesystem::path(::testing::TempDir()) / ("kofd_" + std::string(info->test_suite_name()) + "_" +
+                                                           info->name() + "_" + std::to_string(::getpid()));
     std::filesystem::create_directories(m_path);
   }
   ~TempDir() {
     std::error_code ignored;
     std::filesystem::remove_all(m_path, ignored);
   }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
 
   std::string Path(const std::string& name) const { return (m_path / name).string(); }
 
-  // Writes bytes to name (directories created as needed) and returns the full path.
+  // Writes bytes to name, creating its directories, and returns the full path.
   std::string Write(const std::string& name, const std::string& bytes) const {
-    const std::filesystem::path path = m_path / name;
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary | std::ios::trunc).write(bytes.data(), std::streamsize(bytes.size()));
-    return path.string();
+    std::filesystem::create_directories((m_path / name).parent_path());
+    std::ofstream(m_path / name, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+    return Path(name);
   }
 
   static std::string Read(const std::string& path) {

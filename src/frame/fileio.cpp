@@ -25,8 +25,12 @@ HRESULT ReadFileBlock(HANDLE hFile, void* pBuffer, DWORD dwSize, DWORD dwCount) 
   if (dwSize == 0 || dwCount == 0) return S_OK;
   const std::uint64_t qwBytes = static_cast<std::uint64_t>(dwSize) * dwCount;
   DWORD dwRead = 0;
-  if (qwBytes > 0xFFFFFFFFu || !platform::FileRead(hFile, pBuffer, static_cast<DWORD>(qwBytes), &dwRead) ||
-      dwRead == 0) {
+  bool bRead = qwBytes <= 0xFFFFFFFFu && platform::FileRead(hFile, pBuffer, static_cast<DWORD>(qwBytes), &dwRead);
+  if (bRead && dwRead == 0) {
+    platform::SetEndOfFileError();
+    bRead = false;
+  }
+  if (!bRead) {
     platform::FileRelease(hFile);
     return E_FAIL;
   }

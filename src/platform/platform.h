@@ -44,6 +44,8 @@ bool PathSearch(const char* pszDirectory, const char* pszName, char* pszOut, DWO
 // ---- Errors and messages -----------------------------------------------------------------
 DWORD LastSystemError();
 void SetLastSystemError(DWORD dwError);
+// Makes the last error say that the file ended before the bytes asked for.
+void SetEndOfFileError();
 // The system's text for an error number; false when the system has none.
 bool SystemErrorMessage(DWORD dwError, std::string* psText);
 

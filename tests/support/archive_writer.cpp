@@ -58,22 +58,24 @@ Bytes ArchiveBuilder::Build(ArchiveLayout* layoutOut) const {
   for (const Member& member : m_members) nameIndices.push_back(names.Add(member.name));
   const Bytes nameData = m_nameData.value_or(names.Data());
 
-  // The linker member's size does not depend on the offsets it stores, so compute it
-  // with placeholders first.
+  // The linker member's size does not depend on the offsets it stores, so it is laid
+  // out with placeholders first and rebuilt once the member headers are placed.
+  const auto linkerDataFor = [&](const std::vector<std::uint32_t>& offsets) {
+    return m_linkerData.value_or(
+        LinkerMemberData(m_version, m_offsets.value_or(offsets), m_symbolMembers, m_symbolNames));
+  };
   std::vector<std::uint32_t> offsets(m_members.size(), 0);
-  Bytes linkerData = m_linkerData.value_or(
-      LinkerMemberData(m_version, m_offsets.value_or(offsets), m_symbolMembers, m_symbolNames));
+  Bytes linkerData = linkerDataFor(offsets);
 
   ArchiveLayout layout;
   layout.nameHeader = layout.linkerHeader + kMemberHeaderSize + linkerData.size();
   std::size_t position = layout.nameHeader + kMemberHeaderSize + nameData.size();
-  for (const Member& member : m_members) {
+  for (std::size_t i = 0; i < m_members.size(); ++i) {
     layout.memberHeaders.push_back(position);
-    offsets[layout.memberHeaders.size() - 1] = static_cast<std::uint32_t>(position);
-    position += kMemberHeaderSize + member.data.size();
+    offsets[i] = static_cast<std::uint32_t>(position);
+    position += kMemberHeaderSize + m_members[i].data.size();
   }
-  if (!m_linkerData)
-    linkerData = LinkerMemberData(m_version, m_offsets.value_or(offsets), m_symbolMembers, m_symbolNames);
+  linkerData = linkerDataFor(offsets);
 
   Bytes out(kArchiveMagic, kArchiveMagic + kArchiveMagicSize);
   Append(out, MemberHeader(std::nullopt, m_date, 0, static_cast<std::int64_t>(linkerData.size())));

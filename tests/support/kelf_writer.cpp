@@ -6,20 +6,20 @@
 
 namespace kelf_test {
 
-void Put16(Bytes& out, std::size_t at, std::uint16_t value, bool bigEndian) {
-  if (out.size() < at + 2) out.resize(at + 2);
-  for (int i = 0; i < 2; ++i) {
-    const int shift = 8 * (bigEndian ? 1 - i : i);
+static void PutBytes(Bytes& out, std::size_t at, std::uint32_t value, std::size_t width, bool bigEndian) {
+  if (out.size() < at + width) out.resize(at + width);
+  for (std::size_t i = 0; i < width; ++i) {
+    const std::size_t shift = 8 * (bigEndian ? width - 1 - i : i);
     out[at + i] = static_cast<std::uint8_t>(value >> shift);
   }
 }
 
+void Put16(Bytes& out, std::size_t at, std::uint16_t value, bool bigEndian) {
+  PutBytes(out, at, value, 2, bigEndian);
+}
+
 void Put32(Bytes& out, std::size_t at, std::uint32_t value, bool bigEndian) {
-  if (out.size() < at + 4) out.resize(at + 4);
-  for (int i = 0; i < 4; ++i) {
-    const int shift = 8 * (bigEndian ? 3 - i : i);
-    out[at + i] = static_cast<std::uint8_t>(value >> shift);
-  }
+  PutBytes(out, at, value, 4, bigEndian);
 }
 
 void Append8(Bytes& out, std::uint8_t value) { out.push_back(value); }

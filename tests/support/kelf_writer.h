@@ -146,6 +146,7 @@ class ObjectBuilder {
 
   // Both return the new entry's index; section indices count the null section.
   std::size_t AddProgramHeader(const ProgramHeader& header);
+  ProgramHeader& ProgramHeaderAt(std::size_t index) { return m_programs.at(index); }
   std::size_t AddSection(Section section);
   Section& SectionAt(std::size_t index);  // index as returned by AddSection
   std::size_t SectionCount() const;       // including the automatic ones

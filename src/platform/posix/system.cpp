@@ -20,6 +20,8 @@ DWORD LastSystemError() { return static_cast<DWORD>(errno); }
 
 void SetLastSystemError(DWORD dwError) { errno = static_cast<int>(dwError); }
 
+void SetEndOfFileError() { errno = ENODATA; }
+
 bool SystemErrorMessage(DWORD dwError, std::string* psText) {
   char buffer[256] = {0};
   // The GNU variant returns the text, which may or may not be the buffer.

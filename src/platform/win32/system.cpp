@@ -18,6 +18,8 @@ DWORD LastSystemError() { return ::GetLastError(); }
 
 void SetLastSystemError(DWORD dwError) { ::SetLastError(dwError); }
 
+void SetEndOfFileError() { ::SetLastError(ERROR_HANDLE_EOF); }
+
 bool SystemErrorMessage(DWORD dwError, std::string* psText) {
   char* pszBuffer = nullptr;
   const DWORD length = ::FormatMessageA(

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Builds kofd if needed and runs it on the bundled sample object.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh build
+cmake --preset default >/dev/null
+cmake --build --preset default -j "$(nproc)" --target kofd_cli >/dev/null
+kofd=build/default/cli/kofd
+
+run() { printf '$ kofd %s\n' "$*"; "$kofd" "$@"; }
+run --version
+run info examples/sample.o

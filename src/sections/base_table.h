@@ -1,0 +1,117 @@
+// Record tables: an ordered list of fixed-size records (C_BaseTable<T>), and a section whose
+// contents are such a list, read from and written back to the file as a packed array of T
+// (C_KOfdSectionTable<T>).
+#pragma once
+
+#include <memory>
+#include <stdexcept>
+#include <typeinfo>
+#include <vector>
+
+#include "frame/error.h"
+#include "frame/fileio.h"
+#include "sections/section.h"
+
+template <class T>
+class I_BaseTable : public virtual I_Unknown {
+ public:
+  virtual DWORD GetCount() = 0;
+  // The table's own copy of record dwIndex; throws std::out_of_range past the end.
+  virtual HRESULT GetAt(DWORD dwIndex, T** ppRecord) = 0;
+  virtual HRESULT AddArray(const T* pRecords, DWORD dwCount) = 0;
+  virtual HRESULT Add(const T* pRecord) = 0;
+  virtual HRESULT AddRecord(const T* pRecord) = 0;
+  // E_FAIL past the end.
+  virtual HRESULT RemoveAt(DWORD dwIndex) = 0;
+  virtual HRESULT Clear() = 0;
+};
+
+template <class T>
+class C_BaseTable : public virtual I_BaseTable<T> {
+ public:
+  DWORD GetCount() override { return static_cast<DWORD>(m_vRecords.size()); }
+  HRESULT GetAt(DWORD dwIndex, T** ppRecord) override {
+    if (dwIndex >= m_vRecords.size()) throw std::out_of_range("invalid vector subscript");
+    *ppRecord = m_vRecords[dwIndex].get();
+    return S_OK;
+  }
+  HRESULT AddArray(const T* pRecords, DWORD dwCount) override {
+    for (DWORD i = 0; i < dwCount; ++i) {
+      if (AddRecord(pRecords + i) < 0) return E_FAIL;
+    }
+    return S_OK;
+  }
+  HRESULT Add(const T* pRecord) override {
+    AddRecord(pRecord);
+    return S_OK;
+  }
+  HRESULT AddRecord(const T* pRecord) override {
+    m_vRecords.push_back(std::unique_ptr<T>(new T(*pRecord)));
+    return S_OK;
+  }
+  HRESULT RemoveAt(DWORD dwIndex) override {
+    if (dwIndex >= m_vRecords.size()) return E_FAIL;
+    m_vRecords.erase(m_vRecords.begin() + dwIndex);
+    return S_OK;
+  }
+  HRESULT Clear() override {
+    m_vRecords.clear();
+    return S_OK;
+  }
+
+ protected:
+  void Y_Reserve(std::size_t nCount) { m_vRecords.reserve(m_vRecords.size() + nCount); }
+  T* Y_Record(DWORD dwIndex) const { return m_vRecords[dwIndex].get(); }
+
+ private:
+  std::vector<std::unique_ptr<T>> m_vRecords;
+};
+
+template <class T>
+class C_KOfdSectionTable : public virtual I_KOfdStorage, public virtual C_KOfdSection, public virtual C_BaseTable<T> {
+ public:
+  HRESULT Read(I_File* pFile, DWORD dwBase) override {
+    KEL_SHDR* pHeader = nullptr;
+    GetHeader(&pHeader);
+    ReadRecords(pFile, dwBase, pHeader->sh_size, pHeader->sh_offset);
+    return S_OK;
+  }
+  bool IsEmpty() override { return !m_bLoaded; }
+  HRESULT Clear() override {
+    C_BaseTable<T>::Clear();
+    m_bLoaded = false;
+    return S_OK;
+  }
+  HRESULT Write(I_File* pFile) override {
+    for (DWORD i = 0; i < this->GetCount(); ++i) {
+      T* pRecord = nullptr;
+      this->GetAt(i, &pRecord);
+      if (WriteFileBlock(pFile ? pFile->GetHandle() : nullptr, pRecord, sizeof(T), 1) != S_OK) {
+        ThrowLibraryError(true, KE_WRITE_FAILED, FormatContext("when write %s", Z_TypeName().c_str()).text);
+      }
+    }
+    return S_OK;
+  }
+
+  // Loads the records once. A size that is not a whole number of records loads nothing and
+  // reports nothing.
+  virtual bool ReadRecords(I_File* pFile, DWORD dwBase, DWORD dwSize, DWORD dwOffset) {
+    if (m_bLoaded) return true;
+    if (dwSize % sizeof(T) != 0) return false;
+    std::unique_ptr<BYTE[]> buffer(ReadFileRegion(pFile, dwBase, dwOffset, dwSize));
+    if (!buffer) ThrowLibraryError(false, KE_READ_FAILED, FormatContext("When read %s", Z_TypeName().c_str()).text);
+    static_assert(alignof(T) == 1, "records are packed");
+    const DWORD dwCount = dwSize / static_cast<DWORD>(sizeof(T));
+    this->Y_Reserve(dwCount);
+    this->AddArray(reinterpret_cast<const T*>(buffer.get()), dwCount);
+    m_bLoaded = true;
+    return true;
+  }
+
+  bool IsLoaded() const { return m_bLoaded; }
+
+ private:
+  static std::string Z_TypeName() { return DisplayTypeName(typeid(T)); }
+
+  bool m_bLoaded = false;
+};

@@ -1,0 +1,63 @@
+// The kofd tool, run as a user runs it: output, error text and exit status.
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "frame_temp_dir.h"
+
+namespace {
+
+struct Outcome {
+  int status;
+  std::string out, err;
+};
+
+std::string Quoted(const std::string& sArgument) {
+  std::string quoted = "'";
+  for (char ch : sArgument) quoted += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
+  return quoted + "'";
+}
+
+Outcome Kofd(const TempDir& dir, const std::string& sArguments) {
+  const std::string sOut = dir.Path("stdout"), sErr = dir.Path("stderr");
+  const int raw = std::system((Quoted(KOFD_CLI_PATH) + " " + sArguments + " >" + Quoted(sOut) + " 2>" + Quoted(sErr)).c_str());
+  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, TempDir::Read(sOut), TempDir::Read(sErr)};
+}
+
+}  // namespace
+
+TEST(Cli, VersionPrintsTheBanner) {
+  TempDir dir;
+  const Outcome run = Kofd(dir, "--version");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "Quillbox object file descriptor Ver. 3.00.01-122499\n");
+}
+
+TEST(Cli, InfoNamesTheKindOfFile) {
+  TempDir dir;
+  const std::string sObject = dir.Write("it's an object.o", "\x7F" "ELF\x01\x01\x01 and no header");
+  const std::string sArchive = dir.Write("lib.a", "!<arch>\n");
+  EXPECT_EQ(Kofd(dir, "info " + Quoted(sObject)).out, sObject + ": KELF object\n");
+  EXPECT_EQ(Kofd(dir, "info " + Quoted(sArchive)).out, sArchive + ": archive\n");
+  for (const std::string& sPath : {dir.Write("notes.txt", "!<arch> is not enough\n"), dir.Write("empty", "")}) {
+    const Outcome run = Kofd(dir, "info " + Quoted(sPath));
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, sPath + ": neither a KELF object nor an archive\n");
+  }
+}
+
+TEST(Cli, FailuresAndUsageErrorsHaveTheirOwnExitStatus) {
+  TempDir dir;
+  const std::string sMissing = dir.Path("missing.o");
+  const Outcome missing = Kofd(dir, "info " + Quoted(sMissing));
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.err.rfind("kofd: " + sMissing + ": error 1013: failed to open file specified(" + sMissing + "). ", 0), 0u)
+      << missing.err;
+  for (const char* pszArguments : {"info", "info --no-such-option x", "no-such-command", ""}) {
+    EXPECT_EQ(Kofd(dir, pszArguments).status, 2) << pszArguments;
+  }
+  EXPECT_EQ(Kofd(dir, "info --help").status, 0);
+}
