@@ -6,7 +6,10 @@
 #include "commands.h"
 #include "frame/exports.h"
 #include "frame/file.h"
+#include "object/kofd_elf.h"
+#include "present/names.h"
 #include "report.h"
+#include "sections/symbol_table.h"
 
 namespace cli {
 namespace {
@@ -14,6 +17,37 @@ namespace {
 struct FactoryDeleter {
   void operator()(I_Factory* pFactory) const { pFactory->Destroy(); }
 };
+
+// Chip, type, the sections and the symbol count of an object the factory built.
+void PrintObjectSummary(I_Unknown* pDocument, const std::string& sPath) {
+  I_KOfdELF* pElf = dynamic_cast<I_KOfdELF*>(pDocument);
+  I_File* pFile = dynamic_cast<I_File*>(pDocument);
+  if (!pElf || !pFile) return;
+  pFile->AttachPath(sPath.c_str(), 0);
+  pElf->Read();
+  I_KElfHeader* pHeader = nullptr;
+  KEL_EHDR* pRecord = nullptr;
+  if (pElf->GetFileHeader(&pHeader) == S_OK && pHeader->GetRecord(&pRecord) == S_OK && pRecord) {
+    printf("chip: %s\ntype: %s\n", ChipName(pRecord->e_chip).c_str(), FileTypeName(pRecord->e_type));
+  }
+  I_KElfSectionHeader* pSections = nullptr;
+  DWORD dwCount = 0;
+  pElf->GetSectionHeader(&pSections);
+  pElf->GetSectionCount(&dwCount);
+  printf("sections: %u\n", static_cast<unsigned>(dwCount));
+  for (DWORD i = 0; pSections && i < dwCount; ++i) {
+    KEL_SHDR* pSection = nullptr;
+    const char* pszName = nullptr;
+    if (pSections->GetAt(i, &pSection) != S_OK || !pSection) continue;
+    if (pElf->GetSectionName(i, &pszName) != S_OK || !pszName) pszName = "";
+    printf("  %5u  %-16s %-8s %10u\n", static_cast<unsigned>(i), pszName, SectionTypeName(pSection->sh_type),
+           static_cast<unsigned>(pSection->sh_size));
+  }
+  I_KOfdSymbolTable* pSymbols = nullptr;
+  DWORD dwSymbols = 0;
+  if (pElf->GetSymbolTable(&pSymbols) == S_OK && pSymbols) pSymbols->GetSymbolCount(&dwSymbols);
+  printf("symbols: %u\n", static_cast<unsigned>(dwSymbols));
+}
 
 int RunInfo(const std::string& sPath) {
   return RunReporting(sPath, [&] {
@@ -39,6 +73,7 @@ int RunInfo(const std::string& sPath) {
       return ReportFailure(sPath, hr);
     }
     printf("%s: %s\n", sPath.c_str(), pszKind);
+    if (pDocument) PrintObjectSummary(pDocument, sPath);
     return 0;
   });
 }
@@ -46,7 +81,7 @@ int RunInfo(const std::string& sPath) {
 }  // namespace
 
 void RegisterInfo(CLI::App& app, CommandResult& result) {
-  CLI::App* command = app.add_subcommand("info", "Say whether FILE is a KELF object, an archive or neither");
+  CLI::App* command = app.add_subcommand("info", "Say whether FILE is a KELF object, an archive or neither, and summarise an object");
   auto path = std::make_shared<std::string>();
   command->add_option("FILE", *path, "The file to inspect")->required();
   command->callback([path, &result] { result.status = RunInfo(*path); });

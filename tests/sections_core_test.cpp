@@ -259,3 +259,17 @@ TEST(SymbolTable, AsksTheDocumentOnlyForSectionsThatExist) {
 }
 
 }  // namespace
+
+namespace {
+
+// Found by the object fuzz target: an empty string-table section read into a table that had
+// no buffer yet copied zero bytes to a null pointer.
+TEST(FuzzRegression, EmptyStringTableSectionReadsNothing) {
+  TempDir dir;
+  Loaded<C_KOfdStringTable> table(dir, {}, SHT_KEL_STRTAB);
+  EXPECT_EQ(table.Read(), S_OK);
+  EXPECT_EQ(table.section.GetLength(), 0u);
+  EXPECT_STREQ(table.section.GetStringAt(0), "");
+}
+
+}  // namespace

@@ -38,7 +38,7 @@ bool C_KOfdStringTable::Z_Grow(DWORD dwBytes) {
 HRESULT C_KOfdStringTable::Z_Store(const char* pBytes, DWORD dwBytes, bool bAtStart) {
   if (bAtStart) ++m_dwRewrites;
   if (bAtStart && m_Buffer.dwCapacity < dwBytes) Z_Release();
-  if (!Z_Grow(dwBytes)) return S_OK;
+  if (dwBytes == 0 || !Z_Grow(dwBytes)) return S_OK;
   // Storing at the start keeps the old length and adds to it: the table's established behaviour.
   memcpy(m_Buffer.pData + (bAtStart ? 0 : m_Buffer.dwLength), pBytes, dwBytes);
   m_Buffer.dwLength += dwBytes;
@@ -98,7 +98,7 @@ HRESULT C_KOfdStringTable::Read(I_File* pFile, DWORD dwBase) {
   GetHeader(&pHeader);
   std::unique_ptr<BYTE[]> block(ReadFileRegion(pFile, dwBase, pHeader->sh_offset, pHeader->sh_size));
   if (!block) ThrowLibraryError(false, KE_READ_FAILED, "When read string table");
-  if (Z_Grow(pHeader->sh_size)) {
+  if (pHeader->sh_size != 0 && Z_Grow(pHeader->sh_size)) {
     memcpy(m_Buffer.pData + m_Buffer.dwLength, block.get(), pHeader->sh_size);
     m_Buffer.dwLength += pHeader->sh_size;
   }

@@ -1,0 +1,9 @@
+// The fuzz input as a file: the library reads only through file handles.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// Writes the input to a file of this process's own and returns its path.
+const std::string& WriteFuzzInput(const std::uint8_t* pData, std::size_t nSize);

@@ -1,0 +1,163 @@
+// Opens the input as a KELF object and walks every section and every record through the
+// public interfaces, reading every byte and string they hand out.
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+
+#include "frame/exception.h"
+#include "fuzz_file.h"
+#include "object/kofd_elf.h"
+#include "sections/bank_table.h"
+#include "sections/kmd_tables.h"
+#include "sections/line_table.h"
+#include "sections/share_rom_table.h"
+#include "sections/stab_table.h"
+#include "sections/storage.h"
+#include "sections/symbol_table.h"
+
+namespace {
+
+volatile std::uint32_t g_dwSink;
+
+void Touch(const char* psz) { g_dwSink = g_dwSink + static_cast<std::uint32_t>(strlen(psz)); }
+template <class T>
+void Touch(const T* pRecord) {
+  std::uint8_t bytes[sizeof(T)];
+  memcpy(bytes, pRecord, sizeof(T));
+  g_dwSink = g_dwSink + bytes[0] + bytes[sizeof(T) - 1];
+}
+
+// At most this many records of one table are visited, so that a large valid input stays fast.
+constexpr DWORD kMaxRecords = 4096;
+DWORD Bounded(DWORD dwCount) { return dwCount < kMaxRecords ? dwCount : kMaxRecords; }
+
+void WalkSymbols(C_KOfdSymbolTable* pSymbols) {
+  DWORD dwCount = 0;
+  pSymbols->GetSymbolCount(&dwCount);
+  for (DWORD i = 0; i < Bounded(dwCount); ++i) {
+    const char* pszName = nullptr;
+    ELF32_SYM* pSymbol = nullptr;
+    if (pSymbols->GetSymbolAt(i, &pszName, &pSymbol) != S_OK) continue;
+    Touch(pszName);
+    Touch(pSymbol);
+    ELF32_SYM* pFound = nullptr;
+    const char* pszStored = nullptr;
+    pSymbols->FindSymbolName(pszName, &pszStored, &pFound);
+    I_KOfdSection* pSection = nullptr;
+    if (pSymbols->GetSymbolSection(pszName, &pSection) == S_OK && pSection) g_dwSink = pSection->GetAddress();
+    pSymbols->CheckUndefined(i);
+  }
+  DWORD dwFirst = 0;
+  pSymbols->GetFirstGlobal(&dwFirst);
+  pSymbols->Rebase();
+}
+
+void WalkSection(I_KOfdSection* pSection) {
+  g_dwSink = pSection->GetEntryCount() + pSection->GetType() + pSection->GetLink() + pSection->GetInfo();
+  Touch(pSection->GetName());
+  if (auto* pStrings = dynamic_cast<I_KOfdStringTable*>(pSection)) {
+    for (DWORD dwOffset = 0; dwOffset < pStrings->GetLength() && dwOffset < kMaxRecords; dwOffset += 7) {
+      Touch(pStrings->GetStringAt(dwOffset));
+    }
+  }
+  if (auto* pSymbols = dynamic_cast<C_KOfdSymbolTable*>(pSection)) WalkSymbols(pSymbols);
+  if (auto* pProgram = dynamic_cast<I_KOfdProgramTable*>(pSection)) {
+    DWORD dwSize = 0;
+    pProgram->GetSize(&dwSize);
+    for (DWORD i = 0; i <= Bounded(dwSize); ++i) {
+      DWORD* pWord = nullptr;
+      WORD* pHalf = nullptr;
+      BYTE* pByte = nullptr;
+      if (pProgram->GetDword(i, &pWord) == S_OK && pWord) g_dwSink = *pWord;
+      if (pProgram->GetWord(i, &pHalf) == S_OK && pHalf) g_dwSink = *pHalf;
+      if (pProgram->GetByte(i, &pByte) == S_OK && pByte) g_dwSink = *pByte;
+    }
+  }
+  if (auto* pLines = dynamic_cast<C_KOfdLineTable*>(pSection)) {
+    for (DWORD i = 0; i < Bounded(pLines->GetCount()); ++i) {
+      DWORD* pWord = nullptr;
+      g_dwSink = pLines->GetLineAddress(i);
+      if (pLines->GetLineCode(i, &pWord) == S_OK && pWord) g_dwSink = *pWord;
+    }
+  }
+  if (auto* pSource = dynamic_cast<I_KOfdSourceLineTable*>(pSection)) {
+    DWORD dwCount = 0;
+    pSource->GetSourceLineCount(&dwCount);
+    for (DWORD i = 0; i < Bounded(dwCount); ++i) {
+      const char* pszFile = nullptr;
+      KEL_SRCLINE* pLine = nullptr;
+      if (pSource->GetSourceLineAt(i, &pszFile, &pLine) != S_OK) continue;
+      Touch(pszFile);
+      Touch(pLine);
+      pSource->FindSourceLine(pszFile, 1, &pLine);
+    }
+  }
+  if (auto* pStabs = dynamic_cast<I_KOfdStabTable*>(pSection)) {
+    DWORD dwCount = 0;
+    pStabs->GetStabCount(&dwCount);
+    for (DWORD i = 0; i < Bounded(dwCount); ++i) {
+      const char* pszName = nullptr;
+      KEL_STAB* pStab = nullptr;
+      if (pStabs->GetStabAt(i, &pszName, &pStab) != S_OK) continue;
+      Touch(pszName);
+      pStabs->FindStab(pszName, 0, &pStab);
+    }
+  }
+  if (auto* pBanks = dynamic_cast<C_KOfdBankTable*>(pSection)) {
+    for (DWORD i = 0; i < Bounded(pBanks->GetCount()); ++i) {
+      KEL_BANKINFO* pBank = nullptr;
+      pBanks->GetAt(i, &pBank);
+      Touch(pBank);
+    }
+  }
+  if (auto* pRom = dynamic_cast<I_KOfdShareRomTable*>(pSection)) {
+    DWORD dwCount = 0;
+    pRom->GetCount(&dwCount);
+    for (DWORD i = 0; i <= Bounded(dwCount); ++i) {
+      DWORD* pWord = nullptr;
+      if (pRom->GetWord(i, &pWord) == S_OK) g_dwSink = *pWord;
+    }
+  }
+  if (auto* pSound = dynamic_cast<I_KOfdKmdTable*>(pSection)) {
+    BYTE* pData = nullptr;
+    DWORD dwAddress = 0, dwSize = 0, dwInfo = 0;
+    pSound->GetPlacement(&dwAddress, &dwSize, &dwInfo);
+    if (pSound->GetData(&pData) == S_OK && pData) g_dwSink = pData[0];
+  }
+  if (auto* pKdm = dynamic_cast<I_KOfdKmdInfoTable*>(pSection)) {
+    DWORD dwCount = 0;
+    pKdm->GetKdmCount(&dwCount);
+    for (DWORD i = 0; i <= Bounded(dwCount); ++i) {
+      const char* pszName = nullptr;
+      KEL_KMDINFO* pEntry = nullptr;
+      if (pKdm->GetKdmWithName(i, &pszName, &pEntry) == S_OK) {
+        Touch(pszName);
+        Touch(pEntry);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+  const std::string& sPath = WriteFuzzInput(pData, nSize);
+  C_KOfdELF4 document;
+  try {
+    document.AttachPath(sPath.c_str(), 0);
+    document.Read();
+  } catch (const C_Exception&) {
+    // A damaged object is refused with the library's own result; what was read is still walked.
+  }
+  DWORD dwCount = 0;
+  document.GetSectionCount(&dwCount);
+  for (DWORD i = 0; i < dwCount; ++i) {
+    I_KOfdSection* pSection = nullptr;
+    const char* pszName = nullptr;
+    if (document.GetSectionName(i, &pszName) == S_OK && pszName) Touch(pszName);
+    if (document.GetSection(i, &pSection) == S_OK && pSection) WalkSection(pSection);
+  }
+  DWORD dwMemory = 0;
+  document.GetLoadableMemorySize(&dwMemory);
+  return 0;
+}

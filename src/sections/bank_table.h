@@ -1,0 +1,12 @@
+// C_KOfdBankTable: the ".bankinfo" section, 8-byte KEL_BANKINFO records (Address, Bank) in the
+// order they were added, carried unchanged: no sorting, no merging of duplicates, no lookup.
+#pragma once
+
+#include "sections/base_table.h"
+
+class I_KOfdBankTable : public virtual I_BaseTable<KEL_BANKINFO> {};
+
+class C_KOfdBankTable : public virtual I_KOfdBankTable, public virtual C_KOfdSectionTable<KEL_BANKINFO> {
+ public:
+  ~C_KOfdBankTable() override;
+};

@@ -1,0 +1,26 @@
+#include "sections/stab_table.h"
+
+HRESULT C_KOfdStabTable::GetStabCount(DWORD* pdwCount) {
+  *pdwCount = GetCount();
+  return S_OK;
+}
+
+HRESULT C_KOfdStabTable::GetStabAt(DWORD dwIndex, const char** ppszName, KEL_STAB** ppStab) {
+  return GetNamedRecordAt(*this, dwIndex, ppszName, ppStab);
+}
+
+HRESULT C_KOfdStabTable::FindStab(const char* pszName, DWORD dwNth, KEL_STAB** ppStab) {
+  return FindNth(pszName, dwNth, ppStab);
+}
+
+HRESULT C_KOfdStabTable::AddStab(KEL_STAB* pStab, const char* pszName) {
+  if (!pStab) return E_POINTER;
+  const HRESULT hr = Y_AddNamed(pszName ? pszName : "", pStab);
+  if (hr == S_OK) pStab->n_strx = Y_Record(GetCount() - 1)->n_strx;
+  return hr == S_OK ? S_OK : E_FAIL;
+}
+
+HRESULT C_KOfdStabTable::SetNameOffset(KEL_STAB* pStab, DWORD dwOffset) {
+  pStab->n_strx = dwOffset;
+  return S_OK;
+}
