@@ -10,6 +10,7 @@
 #include "frame/exception.h"
 #include "frame/exports.h"
 #include "frame/file.h"
+#include "object/kofd_elf.h"
 
 namespace {
 
@@ -132,6 +133,28 @@ void CheckExceptionCrossesBoundary(const Exports& dll) {
   pObject->Destroy();
 }
 
+// The sample object opens end to end inside the DLL.
+void CheckObjectOpens(const Exports& dll) {
+  I_Unknown* pObject = dll.pfnCreateInstance("I_KOfdELF");
+  I_KOfdELF* pElf = dynamic_cast<I_KOfdELF*>(pObject);
+  I_File* pFile = dynamic_cast<I_File*>(pObject);
+  Check(pElf && pFile, "an object document converts to I_KOfdELF and I_File");
+  if (pElf && pFile) {
+    try {
+      pFile->AttachPath("sample.o", 0);
+      Check(pElf->Read() == S_OK, "the sample object opens");
+      DWORD dwCount = 0;
+      pElf->GetSectionCount(&dwCount);
+      Check(dwCount == 14, "the sample object has 14 sections", std::to_string(dwCount));
+      I_KOfdSection* pSection = nullptr;
+      Check(pElf->FindSection(".SYMTAB", &pSection) == S_OK && pSection, "sections are found by name ignoring case");
+    } catch (C_Exception& error) {
+      Check(false, "opening the sample object", error.Message());
+    }
+  }
+  if (pObject) pObject->Destroy();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -152,6 +175,7 @@ int main(int argc, char** argv) {
     CheckCreateInstance(dll);
     CheckFactory(dll);
     CheckExceptionCrossesBoundary(dll);
+    CheckObjectOpens(dll);
     dll.pfnStop();
   }
   FreeLibrary(hDll);

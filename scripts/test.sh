@@ -23,3 +23,6 @@ step "DLL suite under Wine"
 cmake --preset mingw >/dev/null
 cmake --build --preset mingw -j "$jobs"
 scripts/wine-run.sh build/mingw/host/kofd_dll_suite.exe
+
+step "Fuzz targets, bounded run from the seed corpus"
+scripts/fuzz.sh "${KOFD_FUZZ_SECONDS:-60}"

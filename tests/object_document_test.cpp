@@ -265,3 +265,18 @@ TEST(KOfdELF, DamagedObjectsFailWithTheirOwnResult) {
   missing.document.Attach(sPath.c_str(), "missing.o", 0, 0, 0);
   EXPECT_TRUE(StartsWith(missing.Failure().Message(), "error 1013: failed to open file specified(" + sPath + "). "));
 }
+
+// Sections that all cover the whole file would make the document hold it once per section; it
+// holds a few times the file at most and then refuses the rest as unreadable.
+TEST(KOfdELF, OverlappingSectionsCannotMultiplyTheFile) {
+  TempDir dir;
+  ObjectBuilder builder;
+  for (int i = 0; i < 400; ++i) builder.AddSection(MakeSection(".big", kelf_test::kShtPrgbit, Bytes(4096, 0x5A)));
+  const std::uint32_t dwFileSize = static_cast<std::uint32_t>(builder.Build().size());
+  for (std::size_t i = 1; i <= 400; ++i) {
+    builder.SectionAt(i).offset = 0;
+    builder.SectionAt(i).size = dwFileSize;
+  }
+  Opened<> opened(dir, builder.Build());
+  EXPECT_EQ(opened.Failure().Code(), KofdCode(1016));
+}

@@ -1,6 +1,7 @@
 // I_File / C_File: the file a document describes (path, name, size, open handle).
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "frame/exception.h"
@@ -58,7 +59,21 @@ class C_File : public virtual I_File, public virtual C_Exception {
   HRESULT Reserved16() override { return S_OK; }
   HRESULT Reset() override;
 
+  // Bounds the bytes that reads through this file may take in all, so that a damaged object
+  // whose many sections all cover the whole file cannot make us hold it many times over.
+  void SetReadBudget(std::uint64_t qwBytes) { m_qwReadBudget = qwBytes; }
+  void ClearReadBudget() { m_qwReadBudget = kUnlimited; }
+  // False, taking nothing, when qwBytes is more than what is left.
+  bool TakeFromReadBudget(std::uint64_t qwBytes) {
+    if (m_qwReadBudget == kUnlimited) return true;
+    if (qwBytes > m_qwReadBudget) return false;
+    m_qwReadBudget -= qwBytes;
+    return true;
+  }
+
  private:
+  static constexpr std::uint64_t kUnlimited = ~std::uint64_t(0);
+
   void Z_Store(const char* pszPath, const char* pszName, DWORD dwAttributeB);
 
   std::string m_sPath;
@@ -71,4 +86,5 @@ class C_File : public virtual I_File, public virtual C_Exception {
   // A handle taken over from another file by AssignFrom belongs to that file: closing this one
   // forgets the handle without closing it.
   bool m_bOwnsHandle = false;
+  std::uint64_t m_qwReadBudget = kUnlimited;
 };

@@ -22,9 +22,15 @@ HRESULT SeekFileTo(HANDLE hFile, std::uint64_t qwOffset) {
 }
 
 HRESULT ReadFileBlock(HANDLE hFile, void* pBuffer, DWORD dwSize, DWORD dwCount) {
+  DWORD dwRead = 0;
+  return ReadFileBlockCounted(hFile, pBuffer, dwSize, dwCount, &dwRead);
+}
+
+HRESULT ReadFileBlockCounted(HANDLE hFile, void* pBuffer, DWORD dwSize, DWORD dwCount, DWORD* pdwRead) {
+  DWORD& dwRead = *pdwRead;
+  dwRead = 0;
   if (dwSize == 0 || dwCount == 0) return S_OK;
   const std::uint64_t qwBytes = static_cast<std::uint64_t>(dwSize) * dwCount;
-  DWORD dwRead = 0;
   bool bRead = qwBytes <= 0xFFFFFFFFu && platform::FileRead(hFile, pBuffer, static_cast<DWORD>(qwBytes), &dwRead);
   if (bRead && dwRead == 0) {
     platform::SetEndOfFileError();

@@ -16,6 +16,8 @@ HRESULT SeekFileTo(HANDLE hFile, std::uint64_t qwOffset);
 // returns at least one byte is accepted: callers rely on the file being long enough and read
 // into zero-filled buffers.
 HRESULT ReadFileBlock(HANDLE hFile, void* pBuffer, DWORD dwSize, DWORD dwCount);
+// The same, telling how many bytes the request brought in.
+HRESULT ReadFileBlockCounted(HANDLE hFile, void* pBuffer, DWORD dwSize, DWORD dwCount, DWORD* pdwRead);
 HRESULT WriteFileBlock(HANDLE hFile, const void* pBuffer, DWORD dwSize, DWORD dwCount);
 HRESULT CloseFileHandle(HANDLE hFile);
 HRESULT DeleteFilePath(const char* pszPath);

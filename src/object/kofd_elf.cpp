@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "frame/error.h"
+#include "platform/platform.h"
 #include "sections/string_table.h"
 #include "sections/symbol_table.h"
 
@@ -168,12 +169,26 @@ HRESULT C_KOfdELF::ReadSegments() {
   });
 }
 
+namespace {
+constexpr std::uint64_t kReadAmplification = 4;
+constexpr std::uint64_t kReadSlack = 1u << 20;
+}  // namespace
+
 HRESULT C_KOfdELF::Read() {
   return Z_OnDisk([&] {
     if (m_ProgramHeader.IsEmpty()) ThrowIfFailed(m_ProgramHeader.Read(this, m_dwBase), m_ProgramHeader);
     if (m_SectionHeader.IsEmpty()) ThrowIfFailed(m_SectionHeader.Read(this, m_dwBase), m_SectionHeader);
     Z_CreateSections();
     Z_AttachAll();
+    // Sections of a sound object do not overlap; a few times the file is room enough for
+    // damaged ones that do, and bounds what a hostile file can make us hold.
+    std::uint64_t qwFileSize = 0;
+    platform::FileSize(GetHandle(), &qwFileSize);
+    SetReadBudget(qwFileSize * kReadAmplification + kReadSlack);
+    struct BudgetGuard {
+      C_File& file;
+      ~BudgetGuard() { file.ClearReadBudget(); }
+    } guard{*this};
     Z_ResolveSectionNames();
     for (DWORD i = 0; i < Z_SectionCount(); ++i) Z_ReadWithLinks(i);
     return S_OK;
@@ -214,7 +229,7 @@ void C_KOfdELF::Z_CreateSections() {
     CreateSectionForType(pHeader->sh_type, &pSection);
     m_vSections[i] = pSection;
     if (C_KOfdSection* pBase = dynamic_cast<C_KOfdSection*>(pSection)) {
-      pBase->SetKey(static_cast<WORD>(i), dwKeyHigh | i);
+      pBase->SetKey(static_cast<WORD>(i), dwKeyHigh | i, static_cast<WORD>(m_dwIdentifier >> 16));
       pBase->SetHeader(pHeader);
       pBase->SetOrigin(m_dwBase);
       pBase->SetHost(this);

@@ -3,6 +3,7 @@
 // (C_KOfdSectionTable<T>).
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <stdexcept>
 #include <typeinfo>
@@ -32,7 +33,7 @@ class C_BaseTable : public virtual I_BaseTable<T> {
   DWORD GetCount() override { return static_cast<DWORD>(m_vRecords.size()); }
   HRESULT GetAt(DWORD dwIndex, T** ppRecord) override {
     if (dwIndex >= m_vRecords.size()) throw std::out_of_range("invalid vector subscript");
-    *ppRecord = m_vRecords[dwIndex].get();
+    *ppRecord = m_vRecords[dwIndex];
     return S_OK;
   }
   HRESULT AddArray(const T* pRecords, DWORD dwCount) override {
@@ -46,9 +47,11 @@ class C_BaseTable : public virtual I_BaseTable<T> {
     return S_OK;
   }
   HRESULT AddRecord(const T* pRecord) override {
-    m_vRecords.push_back(std::unique_ptr<T>(new T(*pRecord)));
+    m_Store.push_back(*pRecord);
+    m_vRecords.push_back(&m_Store.back());
     return S_OK;
   }
+  // The record leaves the order at once; its storage goes with the table's next Clear.
   HRESULT RemoveAt(DWORD dwIndex) override {
     if (dwIndex >= m_vRecords.size()) return E_FAIL;
     m_vRecords.erase(m_vRecords.begin() + dwIndex);
@@ -56,15 +59,19 @@ class C_BaseTable : public virtual I_BaseTable<T> {
   }
   HRESULT Clear() override {
     m_vRecords.clear();
+    m_Store.clear();
     return S_OK;
   }
 
  protected:
   void Y_Reserve(std::size_t nCount) { m_vRecords.reserve(m_vRecords.size() + nCount); }
-  T* Y_Record(DWORD dwIndex) const { return m_vRecords[dwIndex].get(); }
+  T* Y_Record(DWORD dwIndex) const { return m_vRecords[dwIndex]; }
 
  private:
-  std::vector<std::unique_ptr<T>> m_vRecords;
+  // Records live in blocks whose addresses never change as records are added, so a record's
+  // pointer stays valid for the index and for callers that hold it.
+  std::deque<T> m_Store;
+  std::vector<T*> m_vRecords;
 };
 
 template <class T>

@@ -4,7 +4,7 @@
 #pragma once
 
 #include <cstring>
-#include <unordered_map>
+#include <vector>
 
 #include "frame/exception.h"
 
@@ -16,13 +16,6 @@ inline DWORD HashName(const char* pszName) {
   }
   return static_cast<DWORD>(h);
 }
-
-struct NameHash {
-  std::size_t operator()(const char* pszName) const { return HashName(pszName); }
-};
-struct NameEqual {
-  bool operator()(const char* a, const char* b) const { return strcmp(a, b) == 0; }
-};
 
 template <class T>
 class I_HashTable : public virtual I_Unknown {
@@ -45,6 +38,74 @@ class I_MultiHashTable : public virtual I_Unknown {
   virtual HRESULT FindNth(const char* pszName, DWORD dwNth, T** ppRecord) = 0;
 };
 
+// An open-addressing index of (name, record) entries: one flat array of slots, probed linearly
+// from the name's hash, kept at most three quarters full. Entries under one name are met in the order they
+// were inserted, and nothing is allocated per entry.
+template <class T>
+class C_NameIndex {
+ public:
+  std::size_t Count() const { return m_nCount; }
+  void Reserve(std::size_t nCount) {
+    std::size_t nSlots = 16;
+    while (3 * nSlots < 4 * nCount) nSlots *= 2;
+    if (nSlots > m_vSlots.size()) Z_Rehash(nSlots);
+  }
+  void Insert(const char* pszName, T* pRecord) {
+    if (4 * (m_nCount + 1) > 3 * m_vSlots.size()) Z_Rehash(m_vSlots.empty() ? 16 : 2 * m_vSlots.size());
+    Z_Place({pszName, pRecord, HashName(pszName)});
+    ++m_nCount;
+  }
+  // Calls visit(record) for each entry under pszName in insertion order until it returns true;
+  // returns the record it stopped at, or null.
+  template <class Visit>
+  T* FindIf(const char* pszName, Visit visit) const {
+    if (m_vSlots.empty()) return nullptr;
+    const DWORD dwHash = HashName(pszName);
+    const std::size_t nMask = m_vSlots.size() - 1;
+    for (std::size_t i = dwHash & nMask; m_vSlots[i].pszName; i = (i + 1) & nMask) {
+      const Slot& slot = m_vSlots[i];
+      if (slot.dwHash == dwHash && strcmp(slot.pszName, pszName) == 0 && visit(slot.pRecord)) return slot.pRecord;
+    }
+    return nullptr;
+  }
+  // The entry at position dwIndex of the slot order, or null.
+  T* EntryAt(DWORD dwIndex) const {
+    for (const Slot& slot : m_vSlots) {
+      if (slot.pszName && dwIndex-- == 0) return slot.pRecord;
+    }
+    return nullptr;
+  }
+  void Clear() {
+    m_vSlots.clear();
+    m_nCount = 0;
+  }
+
+ private:
+  struct Slot {
+    const char* pszName;
+    T* pRecord;
+    DWORD dwHash;
+  };
+
+  void Z_Place(const Slot& slot) {
+    const std::size_t nMask = m_vSlots.size() - 1;
+    std::size_t i = slot.dwHash & nMask;
+    while (m_vSlots[i].pszName) i = (i + 1) & nMask;
+    m_vSlots[i] = slot;
+  }
+  // Entries are re-placed in their old slot order, which keeps the order under each name.
+  void Z_Rehash(std::size_t nSlots) {
+    std::vector<Slot> vOld(nSlots, Slot{nullptr, nullptr, 0});
+    vOld.swap(m_vSlots);
+    for (const Slot& slot : vOld) {
+      if (slot.pszName) Z_Place(slot);
+    }
+  }
+
+  std::vector<Slot> m_vSlots;
+  std::size_t m_nCount = 0;
+};
+
 template <class K, class V>
 class C_HashTable;
 template <class K, class V>
@@ -53,67 +114,67 @@ class C_MultiHashTable;
 template <class T>
 class C_HashTable<const char*, T*> : public virtual I_HashTable<T>, public virtual C_Exception {
  public:
-  DWORD GetCount() override { return static_cast<DWORD>(m_Map.size()); }
+  DWORD GetCount() override { return static_cast<DWORD>(m_Index.Count()); }
   HRESULT GetAt(DWORD dwIndex, T** ppRecord) override {
-    auto it = m_Map.begin();
-    for (DWORD i = 0; i < dwIndex && it != m_Map.end(); ++i) ++it;
-    if (it == m_Map.end()) return E_FAIL;
-    *ppRecord = it->second;
+    T* pRecord = m_Index.EntryAt(dwIndex);
+    if (!pRecord) return E_FAIL;
+    *ppRecord = pRecord;
     return S_OK;
   }
   HRESULT Insert(const char* pszName, T* pRecord) override {
-    return m_Map.emplace(pszName, pRecord).second ? S_OK : E_FAIL;
+    if (m_Index.FindIf(pszName, [](T*) { return true; })) return E_FAIL;
+    m_Index.Insert(pszName, pRecord);
+    return S_OK;
   }
   HRESULT Find(const char* pszName, T** ppRecord) override {
-    auto it = m_Map.find(pszName);
-    if (it == m_Map.end()) return E_FAIL;
-    *ppRecord = it->second;
+    T* pRecord = m_Index.FindIf(pszName, [](T*) { return true; });
+    if (!pRecord) return E_FAIL;
+    *ppRecord = pRecord;
     return S_OK;
   }
   HRESULT Clear() override {
-    m_Map.clear();
+    m_Index.Clear();
     return S_OK;
   }
-  void Reserve(std::size_t nCount) { m_Map.reserve(nCount); }
+  void Reserve(std::size_t nCount) { m_Index.Reserve(nCount); }
 
  private:
-  std::unordered_map<const char*, T*, NameHash, NameEqual> m_Map;
+  C_NameIndex<T> m_Index;
 };
 
 template <class T>
 class C_MultiHashTable<const char*, T*> : public virtual I_MultiHashTable<T>, public virtual C_Exception {
  public:
-  DWORD CountOf(const char* pszName) override { return static_cast<DWORD>(m_Map.count(pszName)); }
-  DWORD GetCount() override { return static_cast<DWORD>(m_Map.size()); }
+  DWORD CountOf(const char* pszName) override {
+    DWORD dwCount = 0;
+    m_Index.FindIf(pszName, [&dwCount](T*) {
+      ++dwCount;
+      return false;
+    });
+    return dwCount;
+  }
+  DWORD GetCount() override { return static_cast<DWORD>(m_Index.Count()); }
   HRESULT Insert(const char* pszName, T* pRecord) override {
-    m_Map.emplace(pszName, pRecord);
+    m_Index.Insert(pszName, pRecord);
     return S_OK;
   }
   HRESULT FindNth(const char* pszName, DWORD dwNth, T** ppRecord) override {
-    auto range = m_Map.equal_range(pszName);
-    for (DWORD i = 0; range.first != range.second; ++range.first, ++i) {
-      if (i == dwNth) {
-        *ppRecord = range.first->second;
-        return S_OK;
-      }
-    }
-    return E_FAIL;
-  }
-  // Visits the records under pszName in the container's order until visit returns true.
-  template <class Visit>
-  T* FindIf(const char* pszName, Visit visit) const {
-    auto range = m_Map.equal_range(pszName);
-    for (; range.first != range.second; ++range.first) {
-      if (visit(range.first->second)) return range.first->second;
-    }
-    return nullptr;
-  }
-  HRESULT Clear() {
-    m_Map.clear();
+    T* pRecord = m_Index.FindIf(pszName, [&dwNth](T*) { return dwNth-- == 0; });
+    if (!pRecord) return E_FAIL;
+    *ppRecord = pRecord;
     return S_OK;
   }
-  void Reserve(std::size_t nCount) { m_Map.reserve(nCount); }
+  // Visits the records under pszName in insertion order until visit returns true.
+  template <class Visit>
+  T* FindIf(const char* pszName, Visit visit) const {
+    return m_Index.FindIf(pszName, visit);
+  }
+  HRESULT Clear() {
+    m_Index.Clear();
+    return S_OK;
+  }
+  void Reserve(std::size_t nCount) { m_Index.Reserve(nCount); }
 
  private:
-  std::unordered_multimap<const char*, T*, NameHash, NameEqual> m_Map;
+  C_NameIndex<T> m_Index;
 };

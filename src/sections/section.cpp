@@ -68,9 +68,10 @@ HRESULT C_KOfdSection::Attach(I_KOfdSection* pLinked, I_KOfdSection* pInfo) {
   return S_OK;
 }
 
-void C_KOfdSection::SetKey(WORD wIndex, DWORD dwValue) {
+void C_KOfdSection::SetKey(WORD wIndex, DWORD dwValue, WORD wReserved) {
   m_Key.wIndex = wIndex;
   m_Key.dwValue = dwValue;
+  m_Key.wReserved = wReserved;
 }
 
 KEL_SHDR& C_KOfdSection::Y_Header() {
@@ -84,17 +85,21 @@ BYTE* ReadFileRegion(I_File* pFile, DWORD dwBase, DWORD dwOffset, DWORD dwSize) 
   const std::uint64_t qwPosition = static_cast<std::uint64_t>(dwBase) + dwOffset;
   std::uint64_t qwFileSize = 0;
   if (!platform::FileSize(pFile->GetHandle(), &qwFileSize)) return nullptr;
-  if (qwPosition > qwFileSize || dwSize > qwFileSize - qwPosition) {
+  C_File* pBudget = dynamic_cast<C_File*>(pFile);
+  if (qwPosition > qwFileSize || dwSize > qwFileSize - qwPosition ||
+      (pBudget && !pBudget->TakeFromReadBudget(dwSize))) {
     platform::SetEndOfFileError();
     return nullptr;
   }
   // Zero padding behind the bytes: a block of size 0 is still a block, and a word that begins
-  // inside the block ends inside it.
-  BYTE* pData = new BYTE[static_cast<std::size_t>(dwSize) + kRegionPadding]();
+  // inside the block ends inside it. Whatever a short read leaves is zeroed too.
+  BYTE* pData = new BYTE[static_cast<std::size_t>(dwSize) + kRegionPadding];
+  DWORD dwRead = 0;
   if (SeekFileTo(pFile->GetHandle(), qwPosition) != S_OK ||
-      ReadFileBlock(pFile->GetHandle(), pData, dwSize, 1) != S_OK) {
+      ReadFileBlockCounted(pFile->GetHandle(), pData, dwSize, 1, &dwRead) != S_OK) {
     delete[] pData;
     return nullptr;
   }
+  memset(pData + dwRead, 0, static_cast<std::size_t>(dwSize) + kRegionPadding - dwRead);
   return pData;
 }

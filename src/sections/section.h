@@ -98,7 +98,8 @@ class C_KOfdSection : public virtual I_KOfdSection, public virtual C_Exception {
   virtual HRESULT Attach(I_KOfdSection* pLinked, I_KOfdSection* pInfo);
 
   // Set by the document when it creates the section.
-  void SetKey(WORD wIndex, DWORD dwValue);
+  // The index, the identifier (document << 16 | index) and the document identifier's high half.
+  void SetKey(WORD wIndex, DWORD dwValue, WORD wReserved = 0);
   void SetHeader(KEL_SHDR* pHeader) { m_pHeader = pHeader; }
   void SetOrigin(DWORD dwOrigin) { m_dwOrigin = dwOrigin; }
   void SetHost(I_KOfdSectionHost* pHost) { m_pHost = pHost; }
