@@ -40,6 +40,15 @@ const std::string& ObjectWithSymbols(std::size_t nSymbols) {
   return s_made.back().second;
 }
 
+// Opens the object and hands back its symbol table.
+I_KOfdSymbolTable* OpenSymbols(C_KOfdELF4& document, const std::string& path) {
+  document.AttachPath(path.c_str(), 0);
+  document.Read();
+  I_KOfdSymbolTable* pSymbols = nullptr;
+  document.GetSymbolTable(&pSymbols);
+  return pSymbols;
+}
+
 void OpenAndFindEverySymbol(benchmark::State& state) {
   const std::size_t nSymbols = static_cast<std::size_t>(state.range(0));
   const std::string& path = ObjectWithSymbols(nSymbols);
@@ -48,10 +57,7 @@ void OpenAndFindEverySymbol(benchmark::State& state) {
   for (std::size_t i = 0; i < nSymbols; ++i) names += SymbolName(i) + '\0';
   for (auto _ : state) {
     C_KOfdELF4 document;
-    document.AttachPath(path.c_str(), 0);
-    document.Read();
-    I_KOfdSymbolTable* pSymbols = nullptr;
-    document.GetSymbolTable(&pSymbols);
+    I_KOfdSymbolTable* pSymbols = OpenSymbols(document, path);
     std::size_t nFound = 0;
     for (const char* pszName = names.data(); pszName < names.data() + names.size(); pszName += strlen(pszName) + 1) {
       ELF32_SYM* pSymbol = nullptr;
@@ -68,10 +74,7 @@ void OpenOnly(benchmark::State& state) {
   const std::string& path = ObjectWithSymbols(static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
     C_KOfdELF4 document;
-    document.AttachPath(path.c_str(), 0);
-    document.Read();
-    I_KOfdSymbolTable* pSymbols = nullptr;
-    document.GetSymbolTable(&pSymbols);
+    I_KOfdSymbolTable* pSymbols = OpenSymbols(document, path);
     DWORD dwCount = 0;
     pSymbols->GetSymbolCount(&dwCount);
     benchmark::DoNotOptimize(dwCount);

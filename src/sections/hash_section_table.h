@@ -71,6 +71,12 @@ class C_KOfdIndexedSectionTable : public virtual C_KOfdSectionTable<T> {
     pStrings->Append(pszName);
     return this->AddRecord(&record);
   }
+  // Y_AddNamed that also hands the stored name offset back in the caller's record.
+  HRESULT Y_AddNamedInPlace(const char* pszName, T* pRecord) {
+    if (Y_AddNamed(pszName ? pszName : "", pRecord) != S_OK) return E_FAIL;
+    SetNameOffset(pRecord, GetNameOffset(this->Y_Record(this->GetCount() - 1)));
+    return S_OK;
+  }
 
  private:
   bool Z_IndexCurrent(C_KOfdStringTable* pStrings) const {

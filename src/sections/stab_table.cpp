@@ -13,12 +13,7 @@ HRESULT C_KOfdStabTable::FindStab(const char* pszName, DWORD dwNth, KEL_STAB** p
   return FindNth(pszName, dwNth, ppStab);
 }
 
-HRESULT C_KOfdStabTable::AddStab(KEL_STAB* pStab, const char* pszName) {
-  if (!pStab) return E_POINTER;
-  const HRESULT hr = Y_AddNamed(pszName ? pszName : "", pStab);
-  if (hr == S_OK) pStab->n_strx = Y_Record(GetCount() - 1)->n_strx;
-  return hr == S_OK ? S_OK : E_FAIL;
-}
+HRESULT C_KOfdStabTable::AddStab(KEL_STAB* pStab, const char* pszName) { return Y_AddNamedInPlace(pszName, pStab); }
 
 HRESULT C_KOfdStabTable::SetNameOffset(KEL_STAB* pStab, DWORD dwOffset) {
   pStab->n_strx = dwOffset;

@@ -30,10 +30,7 @@ HRESULT C_KOfdSymbolTable::CheckUndefined(DWORD dwIndex) {
 }
 
 HRESULT C_KOfdSymbolTable::AddSymbol(ELF32_SYM* pSymbol, const char* pszName) {
-  if (!pSymbol) return E_POINTER;
-  const HRESULT hr = Y_AddNamed(pszName ? pszName : "", pSymbol);
-  if (hr == S_OK) pSymbol->st_name = Y_Record(GetCount() - 1)->st_name;
-  return hr == S_OK ? S_OK : E_FAIL;
+  return Y_AddNamedInPlace(pszName, pSymbol);
 }
 
 HRESULT C_KOfdSymbolTable::GetFirstGlobal(DWORD* pdwIndex) {
