@@ -17,10 +17,11 @@ class C_KOfdIndexedSectionTable : public virtual C_KOfdSectionTable<T> {
   HRESULT AddRecord(const T* pRecord) override {
     const HRESULT hr = C_BaseTable<T>::AddRecord(pRecord);
     if (m_bIndexed) {
+      // A current index takes the new record at once; a stale one is rebuilt when next needed.
       C_KOfdStringTable* pStrings = Y_GetStringTable();
+      T* pAdded = this->Y_Record(this->GetCount() - 1);
       if (Z_IndexCurrent(pStrings)) {
-        this->Y_Index().Insert(pStrings->GetStringAt(GetNameOffset(this->Y_Record(this->GetCount() - 1))),
-                               this->Y_Record(this->GetCount() - 1));
+        m_Index.Insert(pStrings->GetStringAt(GetNameOffset(pAdded)), pAdded);
       } else {
         m_bIndexed = false;
       }
