@@ -129,26 +129,27 @@ TEST(KOfdELF, OpensSectionsWithNamesKeysAndLinks) {
 TEST(KOfdELF, EachRevisionBuildsItsOwnSectionClasses) {
   TempDir dir;
   ObjectBuilder builder;
-  for (std::uint32_t type : {kelf_test::kShtRelx, kelf_test::kShtLine, kelf_test::kShtKdm, kelf_test::kShtSrcLine}) {
+  for (std::uint32_t type : {kelf_test::kShtRelx, kelf_test::kShtRelxe, kelf_test::kShtExpr, kelf_test::kShtLine,
+                             kelf_test::kShtRelxeb, kelf_test::kShtKdm, kelf_test::kShtSrcLine}) {
     builder.AddSection(MakeSection("s" + std::to_string(type), type));
   }
   const Bytes bytes = builder.Build();
   auto built = [&](auto& opened) {
     EXPECT_EQ(opened.document.Read(), S_OK);
     std::string text;
-    for (DWORD i = 1; i <= 4; ++i) text += opened.Section(i) ? "1" : "0";
+    for (DWORD i = 1; i <= 7; ++i) text += opened.Section(i) ? "1" : "0";
     return text;
   };
   Opened<C_KOfdELF> base(dir, bytes);
   Opened<C_KOfdELF2> second(dir, bytes);
   Opened<C_KOfdELF3> third(dir, bytes);
   Opened<C_KOfdELF4> fourth(dir, bytes);
-  EXPECT_EQ(built(base), "0000");
-  EXPECT_EQ(built(second), "0100");
-  EXPECT_EQ(built(third), "0110");
-  EXPECT_EQ(built(fourth), "0111");
-  EXPECT_NE(dynamic_cast<C_KOfdKmdTable*>(fourth.Section(3)), nullptr);
-  EXPECT_NE(dynamic_cast<C_KOfdSourceLineTable*>(fourth.Section(4)), nullptr);
+  EXPECT_EQ(built(base), "0110000");
+  EXPECT_EQ(built(second), "0111100");
+  EXPECT_EQ(built(third), "0111110");
+  EXPECT_EQ(built(fourth), "0111111");
+  EXPECT_NE(dynamic_cast<C_KOfdKmdTable*>(fourth.Section(6)), nullptr);
+  EXPECT_NE(dynamic_cast<C_KOfdSourceLineTable*>(fourth.Section(7)), nullptr);
 }
 
 TEST(KOfdELF, KeepsTheLastSymbolTableAndSurvivesLinkLoops) {

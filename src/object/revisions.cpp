@@ -7,6 +7,7 @@
 //   C_KOfdELF4   + 25 source lines
 #include "frame/error.h"
 #include "object/kofd_elf.h"
+#include "reloc/relocation_tables.h"
 #include "sections/bank_table.h"
 #include "sections/kmd_tables.h"
 #include "sections/line_table.h"
@@ -35,13 +36,9 @@ HRESULT CreateGuarded(C_KOfdELF& document, I_KOfdSection** ppSection, Create cre
 
 }  // namespace
 
-// ---- Relocations and expressions ---------------------------------------------------------
-// Types 17 (Relxe), 18 (Expr) and 22 (Relxeb) get their classes with the relocation tables.
-// Until then they build nothing, and the document keeps no expression table.
-
-I_KOfdExpressionTable* AsExpressionTable(I_KOfdSection*) { return nullptr; }
-
-// -------------------------------------------------------------------------------------------
+I_KOfdExpressionTable* AsExpressionTable(I_KOfdSection* pSection) {
+  return dynamic_cast<I_KOfdExpressionTable*>(pSection);
+}
 
 I_KOfdSection* C_KOfdELF::Y_CreateBaseSection(DWORD dwType) {
   switch (dwType) {
@@ -54,11 +51,11 @@ I_KOfdSection* C_KOfdELF::Y_CreateBaseSection(DWORD dwType) {
       return m_pSymbolTable = Build<C_KOfdSymbolTable>();
     case SHT_KEL_STRTAB:
       return Build<C_KOfdStringTable>();
-    case SHT_KEL_RELXE:  // relocations and expressions: see above
-      return nullptr;
+    case SHT_KEL_RELXE:
+      return Build<C_KOfdRelxeTable>();
     case SHT_KEL_EXPR:
       m_pExpressionTable = nullptr;
-      return nullptr;
+      return m_pExpressionTable = Build<C_KOfdExpressionTable>();
     default:
       return nullptr;
   }
@@ -72,8 +69,8 @@ I_KOfdSection* C_KOfdELF2::Y_CreateSecondSection(DWORD dwType) {
       return Build<C_KOfdBankTable>();
     case SHT_KEL_SROM:
       return Build<C_KOfdShareRomTable>();
-    case SHT_KEL_RELXEB:  // relocations and expressions: see above
-      return nullptr;
+    case SHT_KEL_RELXEB:
+      return Build<C_KOfdRelxebTable>();
     default:
       return nullptr;
   }

@@ -1,5 +1,7 @@
 #include "sections/symbol_table.h"
 
+#include "reloc/expression_table.h"
+
 HRESULT C_KOfdSymbolTable::GetSymbolCount(DWORD* pdwCount) {
   *pdwCount = GetCount();
   return S_OK;
@@ -25,8 +27,8 @@ HRESULT C_KOfdSymbolTable::CheckUndefined(DWORD dwIndex) {
   // Expressions name symbols through the document's expression table; without one, nothing
   // refers to an undefined symbol.
   I_KOfdSectionHost* pHost = GetHost();
-  if (!pHost || !pHost->GetKeptExpressionTable()) return S_OK;
-  return S_OK;
+  C_KOfdExpressionTable* pExpressions = pHost ? dynamic_cast<C_KOfdExpressionTable*>(pHost->GetKeptExpressionTable()) : nullptr;
+  return pExpressions && pExpressions->NamesSymbol(GetSymbolName(Y_Record(dwIndex))) ? E_FAIL : S_OK;
 }
 
 HRESULT C_KOfdSymbolTable::AddSymbol(ELF32_SYM* pSymbol, const char* pszName) {

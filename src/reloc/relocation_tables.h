@@ -1,0 +1,115 @@
+// The relocation sections: KEL_RELXE (16 bytes, 16-bit expression indices) and KEL_RELXEB
+// (20 bytes, 32-bit expression indices, evaluated and applied). Each record places the value of
+// its expression run into a bit field of one unit of the target program section.
+//
+//   KEL_RELXE   +0 Offset  +4 info (symbol << 8 | type)  +8 t_start  +10 t_end   +12 e_start  +14 e_end
+//   KEL_RELXEB  +0 Offset  +4 info (symbol << 8 | type)  +8 to_start +10 to_end  +12 exp_start +16 exp_end
+//
+// A relocation section's sh_link names its expression section, its sh_info the program section
+// it patches; both links are converted to the wanted interface on each request.
+#pragma once
+
+#include "reloc/expression_table.h"
+#include "sections/storage.h"
+
+class I_KOfdRelxeTable : public virtual I_Unknown {
+ public:
+  virtual HRESULT GetAt(DWORD dwIndex, KEL_RELXE** ppRecord) = 0;
+  // The target byte at Offset; E_FAIL without a target or for an Offset above its size.
+  virtual HRESULT GetByteTarget(DWORD dwIndex, BYTE** ppByte) = 0;
+  // The target's 32-bit unit number Offset; E_FAIL without a target or above size / 4.
+  virtual HRESULT GetWordTarget(DWORD dwIndex, DWORD** ppWord) = 0;
+  virtual HRESULT GetExpressionTable(I_KOfdExpressionTable** ppTable) = 0;
+  virtual HRESULT GetProgramTable(I_KOfdProgramTable** ppTable) = 0;
+};
+
+class I_KOfdRelxebTable : public virtual I_Unknown {
+ public:
+  virtual HRESULT GetCount(DWORD* pdwCount) = 0;
+  virtual HRESULT GetAt(DWORD dwIndex, KEL_RELXEB** ppRecord) = 0;
+  // The target unit at Offset counted in bytes, 16-bit and 32-bit units: E_FAIL without a
+  // target, 0x800403F1 unless Offset is below the target's size in those units.
+  virtual HRESULT GetByteTarget(DWORD dwIndex, BYTE** ppByte) = 0;
+  virtual HRESULT GetHalfTarget(DWORD dwIndex, WORD** ppHalf) = 0;
+  virtual HRESULT GetWordTarget(DWORD dwIndex, DWORD** ppWord) = 0;
+  virtual HRESULT Evaluate(DWORD dwIndex, DWORD* pdwValue) = 0;
+  // The infix text of the record's expression, copied only when it fits whole.
+  virtual HRESULT GetExpressionText(DWORD dwIndex, char* pszBuffer, DWORD nSize) = 0;
+  virtual HRESULT GetExpressionTable(I_KOfdExpressionTable** ppTable) = 0;
+  virtual HRESULT GetProgramTable(I_KOfdProgramTable** ppTable) = 0;
+};
+
+// What Relocate tells its caller. The first four operations are the host's own; Relocate calls
+// only ReportHighByte, with {address, byte}: a value had bits above 24 that the field drops.
+class I_KOfdRelocationSink {
+ public:
+  virtual HRESULT Reserved1() = 0;
+  virtual HRESULT Reserved2() = 0;
+  virtual HRESULT Reserved3() = 0;
+  virtual HRESULT Reserved4() = 0;
+  virtual HRESULT ReportHighByte(const DWORD* pPair) = 0;
+
+ protected:
+  virtual ~I_KOfdRelocationSink() = default;
+};
+
+class I_KOfdRelocation : public virtual I_Unknown {
+ public:
+  // Patches the target with every record's value. Offset counts bytes (mode 0, 32-bit unit),
+  // 16-bit units (1) or 32-bit units (2); any other mode evaluates and reports only.
+  virtual HRESULT Relocate(DWORD dwMode, I_KOfdRelocationSink* pSink) = 0;
+};
+
+// The relocation modes of Relocate.
+enum : DWORD { KEL_RELOCATE_BYTE = 0, KEL_RELOCATE_HALF = 1, KEL_RELOCATE_WORD = 2 };
+
+// The links both relocation tables share.
+class C_KOfdRelocationLinks : public virtual C_KOfdSection {
+ protected:
+  I_KOfdExpressionTable* Y_ExpressionTable() { return dynamic_cast<I_KOfdExpressionTable*>(GetLinkedSection()); }
+  I_KOfdProgramTable* Y_ProgramTable() { return dynamic_cast<I_KOfdProgramTable*>(GetInfoSection()); }
+  // The target unit of nWidth bytes at dwOffset × nScale, when dwOffset passes the bound
+  // (dwOffset < dwLimit, or <= with bInclusive) taken from the target's recorded size / nScale.
+  // Fails with hrRange; E_FAIL when there is no target.
+  HRESULT Y_Target(DWORD dwOffset, DWORD nScale, DWORD nWidth, bool bInclusive, HRESULT hrRange, BYTE** ppUnit);
+};
+
+class C_KOfdRelxeTable : public virtual I_KOfdRelxeTable,
+                         public C_KOfdRelocationLinks,
+                         public C_KOfdSectionTable<KEL_RELXE> {
+ public:
+  HRESULT GetAt(DWORD dwIndex, KEL_RELXE** ppRecord) override { return C_BaseTable<KEL_RELXE>::GetAt(dwIndex, ppRecord); }
+  HRESULT GetByteTarget(DWORD dwIndex, BYTE** ppByte) override;
+  HRESULT GetWordTarget(DWORD dwIndex, DWORD** ppWord) override;
+  HRESULT GetExpressionTable(I_KOfdExpressionTable** ppTable) override;
+  HRESULT GetProgramTable(I_KOfdProgramTable** ppTable) override;
+};
+
+class C_KOfdRelxebTable : public virtual I_KOfdRelxebTable,
+                          public virtual I_KOfdRelocation,
+                          public C_KOfdRelocationLinks,
+                          public C_KOfdSectionTable<KEL_RELXEB> {
+ public:
+  HRESULT GetCount(DWORD* pdwCount) override;
+  HRESULT GetAt(DWORD dwIndex, KEL_RELXEB** ppRecord) override { return C_BaseTable<KEL_RELXEB>::GetAt(dwIndex, ppRecord); }
+  HRESULT GetByteTarget(DWORD dwIndex, BYTE** ppByte) override;
+  HRESULT GetHalfTarget(DWORD dwIndex, WORD** ppHalf) override;
+  HRESULT GetWordTarget(DWORD dwIndex, DWORD** ppWord) override;
+  HRESULT Evaluate(DWORD dwIndex, DWORD* pdwValue) override;
+  HRESULT GetExpressionText(DWORD dwIndex, char* pszBuffer, DWORD nSize) override;
+  HRESULT GetExpressionTable(I_KOfdExpressionTable** ppTable) override;
+  HRESULT GetProgramTable(I_KOfdProgramTable** ppTable) override;
+  HRESULT Relocate(DWORD dwMode, I_KOfdRelocationSink* pSink) override;
+  using C_BaseTable<KEL_RELXEB>::GetCount;
+
+ private:
+  // Feeds the record's expression run to visit(type, value, name, symbol).
+  template <class Visit>
+  HRESULT Z_Walk(DWORD dwIndex, Visit&& visit);
+  // The target unit that Relocate patches in dwMode, as a byte pointer and width.
+  HRESULT Z_Unit(DWORD dwIndex, DWORD dwMode, BYTE** ppUnit);
+};
+
+// Longest expression run that is walked. Toolchain expressions are a handful of tokens; the
+// bound keeps the work of a damaged table proportional to its record count.
+constexpr DWORD kMaxExpressionRun = 4096;
