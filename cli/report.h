@@ -14,6 +14,10 @@ constexpr int kExitUsage = 2;
 int ReportFailure(const std::string& sFile, const C_Exception& error);
 // MESSAGE is the bare code as 0x%08x.
 int ReportFailure(const std::string& sFile, HRESULT hrCode);
+// MESSAGE is the tool's own text.
+int ReportFailure(const std::string& sFile, const std::string& sMessage);
+// A bare code as the messages show it: 0x%08x.
+std::string FormatCode(HRESULT hrCode);
 
 // Runs a command body; a C_Exception that escapes it is reported against sFile.
 template <class Body>

@@ -62,7 +62,7 @@ int main(int argc, char** argv) {
   Append(symbols, Sym(names.Add("uart_putc"), 0xFFFFFFFF, 0, kStbGlobal, kSttFunction, 0, kShnUndef));
   Append(symbols, Sym(names.Add("idle_hook"), 0x01F0, 0x10, kStbWeak, kSttFunction, 0, static_cast<std::uint16_t>(text)));
   const std::size_t symstr = object.AddSection({".symstrtab", kShtStrtab, 0, 0, 0, 0, 1, 0, names.Data(), {}, {}, {}});
-  object.AddSection({".symtab", kShtSymtab, 0, 0, static_cast<std::uint32_t>(symstr), firstGlobal, 4, 16, symbols, {}, {}, {}});
+  const std::size_t symtab = object.AddSection({".symtab", kShtSymtab, 0, 0, static_cast<std::uint32_t>(symstr), firstGlobal, 4, 16, symbols, {}, {}, {}});
 
   Bytes lines;
   const std::uint32_t lineTable[][2] = {{0x10, 12}, {0x12, 13}, {0x18, 15}, {0x20, 16}, {0x38, 21}, {0x40, 22}, {0x48, 30}, {0x60, 31}};
@@ -89,6 +89,27 @@ int main(int argc, char** argv) {
                           KmdInfo(tunes.Add("alarm"), 0x00A0, 40, 0x140), KmdInfo(tunes.Add("silence"), 0xFFFFFFFF, 0, 0)});
   const std::size_t kdmstr = object.AddSection({".kdmstrtab", kShtStrtab, 0, 0, 0, 0, 1, 0, tunes.Data(), {}, {}, {}});
   object.AddSection({".kdminfo", kShtKdmInfo, 0, 0, static_cast<std::uint32_t>(kdmstr), 0, 4, 16, kdm, {}, {}, {}});
+
+  // Relocations of the code, each computed by a postfix expression over symbols and numbers.
+  enum : std::uint32_t { kAdd = 1, kSub = 2, kMul = 3, kNibble = 9, kNum = 12, kSym = 13, kShr = 14, kShl = 15 };
+  const std::uint32_t expressions[][2] = {
+      {kSym, 7},  {kNum, 2},      {kShr, 0},                           // 0..2   (led_toggle>>2)
+      {kSym, 10}, {kNum, 0x8000}, {kAdd, 0},                           // 3..5   (tick_count + 32768)
+      {kSym, 12}, {kNum, 0xFF},   {5, 0},                              // 6..8   (IO_PORTA & 255)
+      {kSym, 12}, {kNum, 8},      {kShl, 0},                           // 9..11  (IO_PORTA<<8)
+      {kSym, 11}, {kNum, 3},      {kNum, 2},  {kMul, 0}, {kAdd, 0},    // 12..16 (font_table + (3 * 2))
+      {kSym, 9},  {kNum, 1},      {kNibble, 0},                        // 17..19 beep[1]
+      {kSym, 13}, {kNum, 2},      {kSub, 0},                           // 20..22 (uart_putc - 2)
+  };
+  Bytes tokens;
+  for (const auto& e : expressions) Append(tokens, Exp(e[0], e[1]));
+  const std::size_t expr = object.AddSection({".expr", kShtExpr, 0, 0, static_cast<std::uint32_t>(symtab), 0, 4, 8, tokens, {}, {}, {}});
+  const Bytes relocations = Join({Relxeb(0x12, 7, 1, 0, 15, 0, 2), Relxeb(0x20, 10, 1, 0, 15, 3, 5),
+                                  Relxeb(0x24, 12, 2, 8, 15, 6, 8), Relxeb(0x30, 12, 3, 0, 31, 9, 11),
+                                  Relxeb(0x40, 11, 1, 0, 11, 12, 16), Relxeb(0x44, 9, 2, 4, 7, 17, 19),
+                                  Relxeb(0x50, 13, 4, 0, 23, 20, 22)});
+  object.AddSection({".relxeb.text", kShtRelxeb, 0, 0, static_cast<std::uint32_t>(expr), static_cast<std::uint32_t>(text), 4, 20,
+                     relocations, {}, {}, {}});
 
   // One loadable segment over the code, pointed at it once the layout is known.
   const std::size_t segment = object.AddProgramHeader({});

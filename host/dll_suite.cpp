@@ -11,6 +11,7 @@
 #include "frame/exports.h"
 #include "frame/file.h"
 #include "object/kofd_elf.h"
+#include "reloc/relocation_tables.h"
 
 namespace {
 
@@ -145,9 +146,18 @@ void CheckObjectOpens(const Exports& dll) {
       Check(pElf->Read() == S_OK, "the sample object opens");
       DWORD dwCount = 0;
       pElf->GetSectionCount(&dwCount);
-      Check(dwCount == 14, "the sample object has 14 sections", std::to_string(dwCount));
+      Check(dwCount == 16, "the sample object has 16 sections", std::to_string(dwCount));
       I_KOfdSection* pSection = nullptr;
       Check(pElf->FindSection(".SYMTAB", &pSection) == S_OK && pSection, "sections are found by name ignoring case");
+      pElf->FindSection(".relxeb.text", &pSection);
+      I_KOfdRelxebTable* pRelocations = dynamic_cast<I_KOfdRelxebTable*>(pSection);
+      char szText[256] = "";
+      DWORD dwValue = 0;
+      Check(pRelocations && pRelocations->GetExpressionText(0, szText, sizeof szText) == S_OK &&
+                pRelocations->Evaluate(0, &dwValue) == S_OK,
+            "relocations evaluate and print inside the DLL");
+      Check(std::string(szText) == "(led_toggle>>2)" && dwValue == 0x38, "the first relocation's expression",
+            std::string(szText) + " = " + std::to_string(dwValue));
     } catch (C_Exception& error) {
       Check(false, "opening the sample object", error.Message());
     }

@@ -2,6 +2,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -90,4 +91,49 @@ TEST(Cli, InfoSummarisesAnObjectAndReportsADamagedOne) {
   const Outcome damaged = Kofd(dir, "info " + Quoted(sDamaged));
   EXPECT_EQ(damaged.status, 1);
   EXPECT_EQ(damaged.err.rfind("kofd: " + sDamaged + ": error 10", 0), 0u) << damaged.err;
+}
+
+TEST(Cli, RelocListsValuesAndExpressionsAndAppliesThemToACopy) {
+  using namespace kelf_test;
+  TempDir dir;
+  StringTable names = StringTable::WithNul();
+  const Bytes symbols = Join({Sym(0, 0, 0, 0, 0, 0, 0), Sym(names.Add("port"), 0x12000034, 0, kStbGlobal, 0, 0, 0xFFF1)});
+  const Bytes tokens = Join({Exp(13, 1), Exp(12, 4), Exp(1, 0), Exp(12, 5), Exp(8, 0)});
+  ObjectBuilder builder;
+  builder.AddSection({".text", kShtPrgbit, 6, 0, 0, 0, 4, 0, Words({0, 0, 0, 0}), {}, {}, {}});
+  builder.AddSection({".symtab", kShtSymtab, 0, 0, 3, 1, 4, 16, symbols, {}, {}, {}});
+  builder.AddSection({".symstrtab", kShtStrtab, 0, 0, 0, 0, 1, 0, names.Data(), {}, {}, {}});
+  builder.AddSection({".expr", kShtExpr, 0, 0, 2, 0, 4, 8, tokens, {}, {}, {}});
+  builder.AddSection({".rel", kShtRelxeb, 0, 0, 4, 1, 4, 20, Join({Relxeb(1, 1, 0, 0, 31, 0, 2), Relxeb(2, 0, 0, 0, 7, 3, 4)}), {}, {}, {}});
+  builder.AddSection({".good", kShtRelxeb, 0, 0, 4, 1, 4, 20, Relxeb(1, 1, 0, 0, 31, 0, 2), {}, {}, {}});
+  ObjectLayout layout;
+  const Bytes bytes = builder.Build(&layout);
+  const std::string sObject = dir.Write("relocated.o", std::string(bytes.begin(), bytes.end()));
+  const std::string sOut = dir.Path("out.o");
+
+  const Outcome listed = Kofd(dir, "reloc " + Quoted(sObject));
+  EXPECT_EQ(listed.status, 0) << listed.err;
+  EXPECT_EQ(listed.out,
+            "section 5 .rel\n"
+            "0\t00000001\t0..31\t12000038\t(port + 4)\n"
+            "1\t00000002\t0..7\terror 0x80004005\t ~5\n"
+            "section 6 .good\n"
+            "0\t00000001\t0..31\t12000038\t(port + 4)\n");
+
+  // A relocation that cannot be evaluated stops the change before anything is written.
+  const Outcome failed = Kofd(dir, "reloc " + Quoted(sObject) + " --apply word -o " + Quoted(sOut));
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_EQ(failed.err, "kofd: " + sObject + ": relocation section 5: 0x80004005\n");
+  EXPECT_FALSE(std::ifstream(sOut).good());
+
+  const Outcome applied = Kofd(dir, "reloc " + Quoted(sObject) + " --section .GOOD --apply word -o " + Quoted(sOut));
+  EXPECT_EQ(applied.status, 0) << applied.err;
+  EXPECT_EQ(applied.out, "high byte 12 at 00000001\n");
+  std::string expected(bytes.begin(), bytes.end());
+  expected.replace(layout.sectionOffsets[1] + 4, 4, "\x38\x00\x00\x12", 4);
+  EXPECT_EQ(TempDir::Read(sOut), expected);
+
+  EXPECT_EQ(Kofd(dir, "reloc " + Quoted(sObject) + " --section 1").err,
+            "kofd: " + sObject + ": section 1 is not a relocation section of type 22\n");
+  EXPECT_EQ(Kofd(dir, "reloc " + Quoted(sObject) + " --apply word").status, 2);
 }

@@ -1,0 +1,170 @@
+// kofd reloc FILE: the relocation sections of type 22 with each record's field, value and
+// expression; with --apply, the object with every relocation applied, written to OUT.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "object_file.h"
+#include "reloc/relocation_tables.h"
+#include "report.h"
+
+namespace cli {
+namespace {
+
+struct RelocOptions {
+  std::string sPath;
+  std::string sSection;
+  std::string sApply;
+  std::string sOutput;
+};
+
+// The sections to work on: the selected one, or every relocation section of type 22.
+bool SelectTables(C_KOfdELF4& document, const RelocOptions& options, std::vector<DWORD>* pIndexes) {
+  DWORD dwCount = 0;
+  document.GetSectionCount(&dwCount);
+  for (DWORD i = 0; i < dwCount; ++i) {
+    I_KOfdSection* pSection = nullptr;
+    if (document.GetSection(i, &pSection) == S_OK && dynamic_cast<C_KOfdRelxebTable*>(pSection)) pIndexes->push_back(i);
+  }
+  if (options.sSection.empty()) return true;
+  DWORD dwIndex = 0;
+  if (!ResolveSection(document, options.sSection, &dwIndex)) {
+    ReportFailure(options.sPath, "no section " + options.sSection);
+    return false;
+  }
+  I_KOfdSection* pSection = nullptr;
+  document.GetSection(dwIndex, &pSection);
+  if (!dynamic_cast<C_KOfdRelxebTable*>(pSection)) {
+    ReportFailure(options.sPath, "section " + options.sSection + " is not a relocation section of type 22");
+    return false;
+  }
+  *pIndexes = {dwIndex};
+  return true;
+}
+
+C_KOfdRelxebTable* TableAt(C_KOfdELF4& document, DWORD dwIndex) {
+  I_KOfdSection* pSection = nullptr;
+  document.GetSection(dwIndex, &pSection);
+  return dynamic_cast<C_KOfdRelxebTable*>(pSection);
+}
+
+void PrintTable(C_KOfdELF4& document, DWORD dwIndex) {
+  printf("section %u %s\n", static_cast<unsigned>(dwIndex), SectionName(document, dwIndex).c_str());
+  C_KOfdRelxebTable* pTable = TableAt(document, dwIndex);
+  char szValue[32];
+  char szText[256];
+  for (DWORD i = 0; i < pTable->GetCount(); ++i) {
+    KEL_RELXEB* pRecord = nullptr;
+    pTable->GetAt(i, &pRecord);
+    DWORD dwValue = 0;
+    const HRESULT hr = pTable->Evaluate(i, &dwValue);
+    snprintf(szValue, sizeof szValue, hr == S_OK ? "%08x" : "error 0x%08x",
+             static_cast<unsigned>(hr == S_OK ? dwValue : static_cast<DWORD>(hr)));
+    if (pTable->GetExpressionText(i, szText, sizeof szText) != S_OK) snprintf(szText, sizeof szText, "Error!");
+    printf("%u\t%08x\t%u..%u\t%s\t%s\n", static_cast<unsigned>(i), static_cast<unsigned>(pRecord->Offset),
+           static_cast<unsigned>(pRecord->to_start), static_cast<unsigned>(pRecord->to_end), szValue, szText);
+  }
+}
+
+// Prints each high-byte report as it comes.
+class PrintingSink : public I_KOfdRelocationSink {
+ public:
+  HRESULT Reserved1() override { return S_OK; }
+  HRESULT Reserved2() override { return S_OK; }
+  HRESULT Reserved3() override { return S_OK; }
+  HRESULT Reserved4() override { return S_OK; }
+  HRESULT ReportHighByte(const DWORD* pPair) override {
+    printf("high byte %02x at %08x\n", static_cast<unsigned>(pPair[1]), static_cast<unsigned>(pPair[0]));
+    return S_OK;
+  }
+};
+
+// Writes a copy of the input whose patched program sections hold their new bytes. The copy is
+// made beside OUT and renamed over it only once it is complete.
+void WritePatchedCopy(const RelocOptions& options, const std::map<DWORD, C_KOfdProgramTable*>& targets) {
+  std::ifstream in(options.sPath, std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (!in.good() && !in.eof()) throw std::runtime_error("cannot read the object again");
+  for (const auto& target : targets) {
+    KEL_SHDR* pHeader = nullptr;
+    BYTE* pData = nullptr;
+    DWORD dwHeld = 0;
+    target.second->GetHeader(&pHeader);
+    target.second->GetData(&pData, &dwHeld);
+    // The document read these bytes from the file, so they lie inside it.
+    const std::size_t nOffset = pHeader->sh_offset;
+    const std::size_t nSize = std::min<std::size_t>(dwHeld, bytes.size() - std::min(bytes.size(), nOffset));
+    if (pData) bytes.replace(nOffset, nSize, reinterpret_cast<const char*>(pData), nSize);
+  }
+  const std::filesystem::path output(options.sOutput);
+  std::filesystem::path temporary = output;
+  temporary += ".kofd-tmp";
+  {
+    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    out.close();
+    if (!out) {
+      std::error_code ignored;
+      std::filesystem::remove(temporary, ignored);
+      throw std::runtime_error("cannot write " + temporary.string());
+    }
+  }
+  std::filesystem::rename(temporary, output);
+}
+
+int RunReloc(const RelocOptions& options) {
+  return RunReporting(options.sPath, [&] {
+    std::unique_ptr<C_KOfdELF4> document = OpenObject(options.sPath);
+    std::vector<DWORD> indexes;
+    if (!SelectTables(*document, options, &indexes)) return kExitFailure;
+    if (options.sApply.empty()) {
+      for (DWORD dwIndex : indexes) PrintTable(*document, dwIndex);
+      return 0;
+    }
+    const DWORD dwMode = options.sApply == "byte" ? KEL_RELOCATE_BYTE
+                         : options.sApply == "half" ? KEL_RELOCATE_HALF
+                                                    : KEL_RELOCATE_WORD;
+    PrintingSink sink;
+    std::map<DWORD, C_KOfdProgramTable*> targets;
+    for (DWORD dwIndex : indexes) {
+      C_KOfdRelxebTable* pTable = TableAt(*document, dwIndex);
+      const HRESULT hr = pTable->Relocate(dwMode, &sink);
+      if (hr != S_OK) {
+        return ReportFailure(options.sPath, "relocation section " + std::to_string(dwIndex) + ": " + FormatCode(hr));
+      }
+      I_KOfdProgramTable* pTarget = nullptr;
+      pTable->GetProgramTable(&pTarget);
+      if (C_KOfdProgramTable* pProgram = dynamic_cast<C_KOfdProgramTable*>(pTarget)) {
+        targets[pProgram->GetKeyIndex()] = pProgram;
+      }
+    }
+    try {
+      WritePatchedCopy(options, targets);
+    } catch (const std::exception& error) {
+      return ReportFailure(options.sOutput, std::string(error.what()));
+    }
+    return 0;
+  });
+}
+
+}  // namespace
+
+void RegisterReloc(CLI::App& app, CommandResult& result) {
+  CLI::App* command = app.add_subcommand("reloc", "List the relocations of type 22 with their values and expressions, or apply them");
+  auto options = std::make_shared<RelocOptions>();
+  command->add_option("FILE", options->sPath, "The KELF object")->required();
+  command->add_option("--section", options->sSection, "One relocation section, by index or name (ignoring case)");
+  CLI::Option* apply = command->add_option("--apply", options->sApply, "Apply the relocations; Offset counts bytes, 16-bit or 32-bit units")
+                           ->check(CLI::IsMember({"byte", "half", "word"}));
+  CLI::Option* output = command->add_option("-o", options->sOutput, "Where to write the relocated copy of FILE");
+  apply->needs(output);
+  output->needs(apply);
+  command->callback([options, &result] { result.status = RunReloc(*options); });
+}
+
+}  // namespace cli

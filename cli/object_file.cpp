@@ -1,0 +1,39 @@
+#include "object_file.h"
+
+#include <cstdlib>
+
+#include "frame/text.h"
+
+namespace cli {
+
+std::unique_ptr<C_KOfdELF4> OpenObject(const std::string& sPath) {
+  auto document = std::make_unique<C_KOfdELF4>();
+  document->AttachPath(sPath.c_str(), 0);
+  document->Read();
+  return document;
+}
+
+bool ResolveSection(I_KOfdELF& document, const std::string& sSelector, DWORD* pdwIndex) {
+  DWORD dwCount = 0;
+  document.GetSectionCount(&dwCount);
+  if (!sSelector.empty() && sSelector.find_first_not_of("0123456789") == std::string::npos) {
+    const unsigned long long index = std::strtoull(sSelector.c_str(), nullptr, 10);
+    if (sSelector.size() > 10 || index >= dwCount) return false;
+    *pdwIndex = static_cast<DWORD>(index);
+    return true;
+  }
+  for (DWORD i = 0; i < dwCount; ++i) {
+    if (kofd_text::EqualIgnoringCase(SectionName(document, i).c_str(), sSelector.c_str())) {
+      *pdwIndex = i;
+      return true;
+    }
+  }
+  return false;
+}
+
+std::string SectionName(I_KOfdELF& document, DWORD dwIndex) {
+  const char* pszName = nullptr;
+  return document.GetSectionName(dwIndex, &pszName) == S_OK && pszName ? pszName : "";
+}
+
+}  // namespace cli
