@@ -7,6 +7,7 @@
 #include "frame/exception.h"
 #include "fuzz_file.h"
 #include "object/kofd_elf.h"
+#include "reloc/relocation_tables.h"
 #include "sections/bank_table.h"
 #include "sections/kmd_tables.h"
 #include "sections/line_table.h"
@@ -138,6 +139,60 @@ void WalkSection(I_KOfdSection* pSection) {
   }
 }
 
+void WalkRelocations(I_KOfdSection* pSection) {
+  if (auto* pExpressions = dynamic_cast<C_KOfdExpressionTable*>(pSection)) {
+    for (DWORD i = 0; i < Bounded(pExpressions->GetCount()); ++i) {
+      const char* pszName = nullptr;
+      ELF32_SYM* pSymbol = nullptr;
+      if (pExpressions->GetSymbol(i, &pszName, &pSymbol) == S_OK) {
+        Touch(pszName);
+        Touch(pSymbol);
+      }
+    }
+  }
+  if (auto* pShort = dynamic_cast<C_KOfdRelxeTable*>(pSection)) {
+    for (DWORD i = 0; i < Bounded(pShort->GetCount()); ++i) {
+      BYTE* pByte = nullptr;
+      DWORD* pWord = nullptr;
+      if (pShort->GetByteTarget(i, &pByte) == S_OK) g_dwSink = *pByte;
+      if (pShort->GetWordTarget(i, &pWord) == S_OK) Touch(pWord);
+    }
+  }
+  if (auto* pLong = dynamic_cast<C_KOfdRelxebTable*>(pSection)) {
+    for (DWORD i = 0; i < Bounded(pLong->GetCount()); ++i) {
+      DWORD dwValue = 0;
+      char szText[256];
+      if (pLong->Evaluate(i, &dwValue) == S_OK) g_dwSink = dwValue;
+      if (pLong->GetExpressionText(i, szText, sizeof szText) == S_OK) Touch(szText);
+      BYTE* pByte = nullptr;
+      WORD* pHalf = nullptr;
+      DWORD* pWord = nullptr;
+      if (pLong->GetByteTarget(i, &pByte) == S_OK) g_dwSink = *pByte;
+      if (pLong->GetHalfTarget(i, &pHalf) == S_OK) Touch(pHalf);
+      if (pLong->GetWordTarget(i, &pWord) == S_OK) Touch(pWord);
+    }
+  }
+}
+
+// Counts the reports; Relocate patches the document's own copy of the program bytes.
+struct CountingSink : I_KOfdRelocationSink {
+  HRESULT Reserved1() override { return S_OK; }
+  HRESULT Reserved2() override { return S_OK; }
+  HRESULT Reserved3() override { return S_OK; }
+  HRESULT Reserved4() override { return S_OK; }
+  HRESULT ReportHighByte(const DWORD* pPair) override {
+    g_dwSink = pPair[0] + pPair[1];
+    return S_OK;
+  }
+};
+
+void Relocate(I_KOfdSection* pSection) {
+  auto* pRelocation = dynamic_cast<C_KOfdRelxebTable*>(pSection);
+  if (!pRelocation || pRelocation->GetCount() > kMaxRecords) return;
+  CountingSink sink;
+  for (DWORD dwMode = 0; dwMode < 4; ++dwMode) pRelocation->Relocate(dwMode, &sink);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
@@ -155,7 +210,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     I_KOfdSection* pSection = nullptr;
     const char* pszName = nullptr;
     if (document.GetSectionName(i, &pszName) == S_OK && pszName) Touch(pszName);
-    if (document.GetSection(i, &pSection) == S_OK && pSection) WalkSection(pSection);
+    if (document.GetSection(i, &pSection) == S_OK && pSection) {
+      WalkSection(pSection);
+      WalkRelocations(pSection);
+    }
+  }
+  // Relocations change program bytes, so they run once everything has been read as it was.
+  for (DWORD i = 0; i < dwCount; ++i) {
+    I_KOfdSection* pSection = nullptr;
+    if (document.GetSection(i, &pSection) == S_OK && pSection) Relocate(pSection);
   }
   DWORD dwMemory = 0;
   document.GetLoadableMemorySize(&dwMemory);
