@@ -1,6 +1,7 @@
 // kofd reloc FILE: the relocation sections of type 22 with each record's field, value and
 // expression; with --apply, the object with every relocation applied, written to OUT.
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -53,21 +54,69 @@ C_KOfdRelxebTable* TableAt(C_KOfdELF4& document, DWORD dwIndex) {
   return dynamic_cast<C_KOfdRelxebTable*>(pSection);
 }
 
-void PrintTable(C_KOfdELF4& document, DWORD dwIndex) {
-  printf("section %u %s\n", static_cast<unsigned>(dwIndex), SectionName(document, dwIndex).c_str());
+// Standard output, formatted by hand into a block that is written when full: a listing of
+// many records is one short line each, and printf's format parsing would be most of its cost.
+class ListingWriter {
+ public:
+  ~ListingWriter() { Flush(); }
+  ListingWriter& Text(const char* psz) {
+    const std::size_t nLength = strlen(psz);
+    if (nLength > sizeof m_szBlock - m_nUsed) Flush();
+    if (nLength > sizeof m_szBlock) {
+      fwrite(psz, 1, nLength, stdout);
+    } else {
+      memcpy(m_szBlock + m_nUsed, psz, nLength);
+      m_nUsed += nLength;
+    }
+    return *this;
+  }
+  ListingWriter& Char(char ch) {
+    Z_Put(ch);
+    return *this;
+  }
+  ListingWriter& Decimal(DWORD dwValue) {
+    char szDigits[10];
+    int n = 0;
+    do szDigits[n++] = static_cast<char>('0' + dwValue % 10); while ((dwValue /= 10) != 0);
+    while (n > 0) Z_Put(szDigits[--n]);
+    return *this;
+  }
+  ListingWriter& Hex8(DWORD dwValue) {
+    static const char kDigits[] = "0123456789abcdef";
+    for (int shift = 28; shift >= 0; shift -= 4) Z_Put(kDigits[(dwValue >> shift) & 0xF]);
+    return *this;
+  }
+  void EndLine() { Z_Put('\n'); }
+  void Flush() {
+    fwrite(m_szBlock, 1, m_nUsed, stdout);
+    m_nUsed = 0;
+  }
+
+ private:
+  void Z_Put(char ch) {
+    if (m_nUsed == sizeof m_szBlock) Flush();
+    m_szBlock[m_nUsed++] = ch;
+  }
+
+  char m_szBlock[1 << 16];
+  std::size_t m_nUsed = 0;
+};
+
+void PrintTable(C_KOfdELF4& document, DWORD dwIndex, ListingWriter& out) {
+  out.Text("section ").Decimal(dwIndex).Char(' ').Text(SectionName(document, dwIndex).c_str()).EndLine();
   C_KOfdRelxebTable* pTable = TableAt(document, dwIndex);
-  char szValue[32];
   char szText[256];
   for (DWORD i = 0; i < pTable->GetCount(); ++i) {
     KEL_RELXEB* pRecord = nullptr;
     pTable->GetAt(i, &pRecord);
+    out.Decimal(i).Char('\t').Hex8(pRecord->Offset).Char('\t');
+    out.Decimal(pRecord->to_start).Text("..").Decimal(pRecord->to_end).Char('\t');
     DWORD dwValue = 0;
     const HRESULT hr = pTable->Evaluate(i, &dwValue);
-    snprintf(szValue, sizeof szValue, hr == S_OK ? "%08x" : "error 0x%08x",
-             static_cast<unsigned>(hr == S_OK ? dwValue : static_cast<DWORD>(hr)));
-    if (pTable->GetExpressionText(i, szText, sizeof szText) != S_OK) snprintf(szText, sizeof szText, "Error!");
-    printf("%u\t%08x\t%u..%u\t%s\t%s\n", static_cast<unsigned>(i), static_cast<unsigned>(pRecord->Offset),
-           static_cast<unsigned>(pRecord->to_start), static_cast<unsigned>(pRecord->to_end), szValue, szText);
+    if (hr == S_OK) out.Hex8(dwValue);
+    else out.Text("error 0x").Hex8(static_cast<DWORD>(hr));
+    const bool bText = pTable->GetExpressionText(i, szText, sizeof szText) == S_OK;
+    out.Char('\t').Text(bText ? szText : "Error!").EndLine();
   }
 }
 
@@ -123,7 +172,8 @@ int RunReloc(const RelocOptions& options) {
     std::vector<DWORD> indexes;
     if (!SelectTables(*document, options, &indexes)) return kExitFailure;
     if (options.sApply.empty()) {
-      for (DWORD dwIndex : indexes) PrintTable(*document, dwIndex);
+      ListingWriter out;
+      for (DWORD dwIndex : indexes) PrintTable(*document, dwIndex, out);
       return 0;
     }
     const DWORD dwMode = options.sApply == "byte" ? KEL_RELOCATE_BYTE

@@ -44,11 +44,19 @@ class I_KOfdExpressionTable : public virtual I_Unknown {
 class C_KOfdExpressionTable : public virtual I_KOfdExpressionTable, public C_KOfdSectionTable<KEL_EXP> {
  public:
   HRESULT GetCount(DWORD* pdwCount) override;
+  using C_BaseTable<KEL_EXP>::GetCount;
   HRESULT GetAt(DWORD dwIndex, KEL_EXP** ppRecord) override { return C_BaseTable<KEL_EXP>::GetAt(dwIndex, ppRecord); }
   HRESULT GetSymbol(DWORD dwIndex, const char** ppszName, ELF32_SYM** ppSymbol) override;
   HRESULT GetSymbolTable(I_KOfdSymbolTable** ppTable) override;
-  using C_BaseTable<KEL_EXP>::GetCount;
 
   // True when a SYM record names a symbol called pszName, letter case ignored.
   bool NamesSymbol(const char* pszName);
+  // Token dwIndex, which must be below the count, and for SYM its symbol, as GetAt and
+  // GetSymbol give them, in one call for the walks that read every token of a run.
+  HRESULT GetToken(DWORD dwIndex, const KEL_EXP** ppToken, const char** ppszName, ELF32_SYM** ppSymbol);
+
+ private:
+  HRESULT Z_SymbolOf(const KEL_EXP& token, const char** ppszName, ELF32_SYM** ppSymbol);
+
+  C_LinkAs<C_KOfdSymbolTable> m_Symbols;
 };

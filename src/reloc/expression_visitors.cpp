@@ -1,6 +1,7 @@
 #include "reloc/expression_visitors.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include "reloc/expression_table.h"
@@ -97,44 +98,51 @@ HRESULT C_KOfdCalculator::GetResult(DWORD* pdwValue) {
 
 // ---- C_KOfdExpressioner --------------------------------------------------------------------
 
-bool C_KOfdExpressioner::Z_Pop(std::string* psText) {
-  if (m_Stack.empty()) return false;
-  *psText = std::move(m_Stack.back());
-  m_Stack.pop_back();
-  return true;
+std::string& C_KOfdExpressioner::Z_Push() {
+  if (m_nDepth == m_Stack.size()) m_Stack.emplace_back();
+  std::string& sSlot = m_Stack[m_nDepth++];
+  sSlot.clear();
+  return sSlot;
 }
 
-void C_KOfdExpressioner::Z_Push(std::string sText) {
-  if (sText.size() > m_nLimit) {
-    // Too long to be handed out: nothing the run still holds can change that.
-    m_bFailed = true;
-    m_Stack.clear();
-    return;
-  }
-  m_Stack.push_back(std::move(sText));
+void C_KOfdExpressioner::Z_CheckLimit(const std::string& sText) {
+  // Too long to be handed out: nothing the run still holds can change that.
+  if (sText.size() > m_nLimit) m_bFailed = true;
 }
 
 HRESULT C_KOfdExpressioner::Apply(DWORD dwType, DWORD dwValue, const char* pszName) {
   if (m_bFailed) return S_OK;
-  std::string sLeft, sRight;
   if (dwType == KEL_EXP_NUM) {
-    Z_Push(std::to_string(dwValue));
+    char szDigits[16];
+    snprintf(szDigits, sizeof szDigits, "%u", static_cast<unsigned>(dwValue));
+    Z_CheckLimit(Z_Push().append(szDigits));
   } else if (dwType == KEL_EXP_SYM) {
-    Z_Push(pszName ? pszName : "");
+    Z_CheckLimit(Z_Push().append(pszName ? pszName : ""));
   } else if (dwType == KEL_EXP_NOT) {
-    if (!Z_Pop(&sRight)) m_bFailed = true;
-    else Z_Push(" ~" + sRight);
+    if (m_nDepth < 1) m_bFailed = true;
+    else Z_CheckLimit(Z_Top().insert(0, " ~"));
   } else if (IsBinary(dwType)) {
-    if (!Z_Pop(&sRight) || !Z_Pop(&sLeft)) m_bFailed = true;
-    else if (dwType == KEL_EXP_NIBBLE) Z_Push(sLeft + "[" + sRight + "]");
-    else Z_Push("(" + sLeft + OperatorText(dwType) + sRight + ")");
+    if (m_nDepth < 2) {
+      m_bFailed = true;
+      return S_OK;
+    }
+    std::string& sLeft = Z_Top(1);
+    const std::string& sRight = Z_Top();
+    if (dwType == KEL_EXP_NIBBLE) {
+      sLeft.append("[").append(sRight).append("]");
+    } else {
+      m_sScratch.assign("(").append(sLeft).append(OperatorText(dwType)).append(sRight).append(")");
+      sLeft.swap(m_sScratch);
+    }
+    --m_nDepth;
+    Z_CheckLimit(sLeft);
   }
   return S_OK;
 }
 
 HRESULT C_KOfdExpressioner::GetText(char* pszBuffer, DWORD nSize) {
-  if (m_bFailed || m_Stack.size() != 1) return E_FAIL;
-  const std::string& sText = m_Stack.back();
+  if (m_bFailed || m_nDepth != 1) return E_FAIL;
+  const std::string& sText = Z_Top();
   if (sText.size() >= nSize) return E_FAIL;
   std::memcpy(pszBuffer, sText.c_str(), sText.size() + 1);
   return S_OK;

@@ -17,6 +17,12 @@ class C_KOfdCalculator {
   // The single value left (the stack is emptied), or E_FAIL with pdwValue untouched.
   virtual HRESULT GetResult(DWORD* pdwValue);
 
+  // Back to an empty stack, keeping the memory it has grown, for the next run.
+  void Reset() {
+    m_Stack.clear();
+    m_bFailed = false;
+  }
+
  private:
   bool Z_Pop(DWORD* pdwValue);
 
@@ -36,11 +42,23 @@ class C_KOfdExpressioner {
   // E_FAIL and nothing is written. The stack is kept.
   virtual HRESULT GetText(char* pszBuffer, DWORD nSize);
 
+  // Back to an empty stack with a new limit, for the next run.
+  void Reset(std::size_t nLimit) {
+    m_nDepth = 0;
+    m_nLimit = nLimit;
+    m_bFailed = false;
+  }
+
  private:
-  bool Z_Pop(std::string* psText);
-  void Z_Push(std::string sText);
+  // The stack holds m_nDepth texts; the strings above them are kept with their memory, so a
+  // printer reused run after run builds its texts without allocating.
+  std::string& Z_Push();
+  std::string& Z_Top(std::size_t nBelow = 0) { return m_Stack[m_nDepth - 1 - nBelow]; }
+  void Z_CheckLimit(const std::string& sText);
 
   std::deque<std::string> m_Stack;
+  std::size_t m_nDepth = 0;
+  std::string m_sScratch;
   std::size_t m_nLimit;
   bool m_bFailed = false;
 };

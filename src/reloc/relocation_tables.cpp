@@ -3,15 +3,14 @@
 #include <cstdint>
 
 #include "frame/error.h"
-#include "reloc/expression_visitors.h"
 
 // ---- Links and targets ---------------------------------------------------------------------
 
 HRESULT C_KOfdRelocationLinks::Y_Target(DWORD dwOffset, DWORD nScale, DWORD nWidth, bool bInclusive, HRESULT hrRange,
                                         BYTE** ppUnit) {
   I_KOfdProgramTable* pTarget = Y_ProgramTable();
-  I_KOfdSection* pTargetSection = dynamic_cast<I_KOfdSection*>(pTarget);
-  if (!pTarget || !pTargetSection) return E_FAIL;
+  if (!pTarget) return E_FAIL;
+  I_KOfdSection* pTargetSection = Y_ProgramSection();
   // The bound is the target's recorded size, asked afresh on every call.
   const DWORD dwLimit = pTargetSection->GetSize() / nScale;
   if (bInclusive ? dwOffset > dwLimit : dwOffset >= dwLimit) return hrRange;
@@ -86,40 +85,36 @@ HRESULT C_KOfdRelxebTable::Z_Walk(DWORD dwIndex, Visit&& visit) {
   const KEL_RELXEB& record = *Y_Record(dwIndex);
   if (record.exp_start > record.exp_end) return S_OK;
   if (record.exp_end - record.exp_start >= kMaxExpressionRun) return E_FAIL;
-  I_KOfdExpressionTable* pExpressions = Y_ExpressionTable();
+  C_KOfdExpressionTable* pExpressions = m_Tokens.Get(GetLinkedSection());
   if (!pExpressions) return E_POINTER;
-  DWORD dwCount = 0;
-  pExpressions->GetCount(&dwCount);
+  const DWORD dwCount = pExpressions->GetCount();
   for (DWORD i = record.exp_start;; ++i) {
     // The record lookup would throw here; the walk reports it as the range failure it is.
     if (i >= dwCount) return RecordOutOfRange(*this);
-    KEL_EXP* pToken = nullptr;
-    pExpressions->GetAt(i, &pToken);
+    const KEL_EXP* pToken = nullptr;
     const char* pszName = nullptr;
     ELF32_SYM* pSymbol = nullptr;
-    if (pToken->Type == KEL_EXP_SYM) {
-      const HRESULT hr = pExpressions->GetSymbol(i, &pszName, &pSymbol);
-      if (hr != S_OK) return hr;
-    }
+    const HRESULT hr = pExpressions->GetToken(i, &pToken, &pszName, &pSymbol);
+    if (hr != S_OK) return hr;
     visit(*pToken, pszName, pSymbol);
     if (i == record.exp_end) return S_OK;
   }
 }
 
 HRESULT C_KOfdRelxebTable::Evaluate(DWORD dwIndex, DWORD* pdwValue) {
-  C_KOfdCalculator calculator;
+  m_Calculator.Reset();
   const HRESULT hr = Z_Walk(dwIndex, [&](const KEL_EXP& token, const char*, const ELF32_SYM* pSymbol) {
-    calculator.Apply(token.Type, pSymbol ? pSymbol->st_value : token.Value);
+    m_Calculator.Apply(token.Type, pSymbol ? pSymbol->st_value : token.Value);
   });
-  return hr != S_OK ? hr : calculator.GetResult(pdwValue);
+  return hr != S_OK ? hr : m_Calculator.GetResult(pdwValue);
 }
 
 HRESULT C_KOfdRelxebTable::GetExpressionText(DWORD dwIndex, char* pszBuffer, DWORD nSize) {
-  C_KOfdExpressioner expressioner(nSize != 0 ? nSize - 1 : 0);
+  m_Expressioner.Reset(nSize != 0 ? nSize - 1 : 0);
   const HRESULT hr = Z_Walk(dwIndex, [&](const KEL_EXP& token, const char* pszName, const ELF32_SYM*) {
-    expressioner.Apply(token.Type, token.Value, pszName);
+    m_Expressioner.Apply(token.Type, token.Value, pszName);
   });
-  return hr != S_OK ? hr : expressioner.GetText(pszBuffer, nSize);
+  return hr != S_OK ? hr : m_Expressioner.GetText(pszBuffer, nSize);
 }
 
 HRESULT C_KOfdRelxebTable::Z_Unit(DWORD dwIndex, DWORD dwMode, BYTE** ppUnit) {

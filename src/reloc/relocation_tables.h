@@ -10,6 +10,7 @@
 #pragma once
 
 #include "reloc/expression_table.h"
+#include "reloc/expression_visitors.h"
 #include "sections/storage.h"
 
 class I_KOfdRelxeTable : public virtual I_Unknown {
@@ -66,12 +67,18 @@ enum : DWORD { KEL_RELOCATE_BYTE = 0, KEL_RELOCATE_HALF = 1, KEL_RELOCATE_WORD =
 // The links both relocation tables share.
 class C_KOfdRelocationLinks : public virtual C_KOfdSection {
  protected:
-  I_KOfdExpressionTable* Y_ExpressionTable() { return dynamic_cast<I_KOfdExpressionTable*>(GetLinkedSection()); }
-  I_KOfdProgramTable* Y_ProgramTable() { return dynamic_cast<I_KOfdProgramTable*>(GetInfoSection()); }
+  I_KOfdExpressionTable* Y_ExpressionTable() { return m_Expressions.Get(GetLinkedSection()); }
+  I_KOfdProgramTable* Y_ProgramTable() { return m_Program.Get(GetInfoSection()); }
+  I_KOfdSection* Y_ProgramSection() { return m_ProgramSection.Get(GetInfoSection()); }
   // The target unit of nWidth bytes at dwOffset × nScale, when dwOffset passes the bound
   // (dwOffset < dwLimit, or <= with bInclusive) taken from the target's recorded size / nScale.
   // Fails with hrRange; E_FAIL when there is no target.
   HRESULT Y_Target(DWORD dwOffset, DWORD nScale, DWORD nWidth, bool bInclusive, HRESULT hrRange, BYTE** ppUnit);
+
+ private:
+  C_LinkAs<I_KOfdExpressionTable> m_Expressions;
+  C_LinkAs<I_KOfdProgramTable> m_Program;
+  C_LinkAs<I_KOfdSection> m_ProgramSection;
 };
 
 class C_KOfdRelxeTable : public virtual I_KOfdRelxeTable,
@@ -108,6 +115,13 @@ class C_KOfdRelxebTable : public virtual I_KOfdRelxebTable,
   HRESULT Z_Walk(DWORD dwIndex, Visit&& visit);
   // The target unit that Relocate patches in dwMode, as a byte pointer and width.
   HRESULT Z_Unit(DWORD dwIndex, DWORD dwMode, BYTE** ppUnit);
+
+  // Reset for every run: their stacks keep the memory they grew, so a listing of many records
+  // does not allocate a stack per record.
+  C_KOfdCalculator m_Calculator;
+  C_KOfdExpressioner m_Expressioner;
+  // The linked expression section as the class that walks hand out its tokens.
+  C_LinkAs<C_KOfdExpressionTable> m_Tokens;
 };
 
 // Longest expression run that is walked. Toolchain expressions are a handful of tokens; the

@@ -60,17 +60,26 @@ class C_BaseTable : public virtual I_BaseTable<T> {
   HRESULT Clear() override {
     m_vRecords.clear();
     m_Store.clear();
+    m_Blocks.clear();
     return S_OK;
   }
 
  protected:
-  void Y_Reserve(std::size_t nCount) { m_vRecords.reserve(m_vRecords.size() + nCount); }
+  // Appends dwCount packed records that lie in block, where they lie: a table read from a file
+  // keeps the block it was read into instead of copying every record out of it.
+  void Y_AdoptArray(std::unique_ptr<BYTE[]> block, DWORD dwCount) {
+    T* pFirst = reinterpret_cast<T*>(block.get());
+    m_vRecords.reserve(m_vRecords.size() + dwCount);
+    for (DWORD i = 0; i < dwCount; ++i) m_vRecords.push_back(pFirst + i);
+    m_Blocks.push_back(std::move(block));
+  }
   T* Y_Record(DWORD dwIndex) const { return m_vRecords[dwIndex]; }
 
  private:
   // Records live in blocks whose addresses never change as records are added, so a record's
   // pointer stays valid for the index and for callers that hold it.
   std::deque<T> m_Store;
+  std::vector<std::unique_ptr<BYTE[]>> m_Blocks;
   std::vector<T*> m_vRecords;
 };
 
@@ -108,9 +117,7 @@ class C_KOfdSectionTable : public virtual I_KOfdStorage, public virtual C_KOfdSe
     std::unique_ptr<BYTE[]> buffer(ReadFileRegion(pFile, dwBase, dwOffset, dwSize));
     if (!buffer) ThrowLibraryError(false, KE_READ_FAILED, FormatContext("When read %s", Z_TypeName().c_str()).text);
     static_assert(alignof(T) == 1, "records are packed");
-    const DWORD dwCount = dwSize / static_cast<DWORD>(sizeof(T));
-    this->Y_Reserve(dwCount);
-    this->AddArray(reinterpret_cast<const T*>(buffer.get()), dwCount);
+    this->Y_AdoptArray(std::move(buffer), dwSize / static_cast<DWORD>(sizeof(T)));
     m_bLoaded = true;
     return true;
   }

@@ -36,6 +36,12 @@ class C_KOfdIndexedSectionTable : public virtual C_KOfdSectionTable<T> {
     m_bIndexed = false;
     return C_KOfdSectionTable<T>::Clear();
   }
+  // Records read from the file join the table without passing through AddRecord.
+  bool ReadRecords(I_File* pFile, DWORD dwBase, DWORD dwSize, DWORD dwOffset) override {
+    const bool bRead = C_KOfdSectionTable<T>::ReadRecords(pFile, dwBase, dwSize, dwOffset);
+    m_bIndexed = false;
+    return bRead;
+  }
 
   // Where the concrete table keeps a record's name: its offset in the linked string table.
   virtual HRESULT SetNameOffset(T* pRecord, DWORD dwOffset) = 0;
@@ -43,7 +49,7 @@ class C_KOfdIndexedSectionTable : public virtual C_KOfdSectionTable<T> {
 
  protected:
   // The linked section as a string table, or null.
-  C_KOfdStringTable* Y_GetStringTable() { return dynamic_cast<C_KOfdStringTable*>(this->GetLinkedSection()); }
+  C_KOfdStringTable* Y_GetStringTable() { return m_Strings.Get(this->GetLinkedSection()); }
 
   // The name index, brought up to date with the records and the string table.
   Index& Y_Index() {
@@ -85,6 +91,7 @@ class C_KOfdIndexedSectionTable : public virtual C_KOfdSectionTable<T> {
   }
 
   Index m_Index;
+  C_LinkAs<C_KOfdStringTable> m_Strings;
   bool m_bIndexed = false;
   const char* m_pIndexedBuffer = nullptr;
   DWORD m_dwIndexedRewrites = 0;

@@ -125,6 +125,24 @@ class C_KOfdSection : public virtual I_KOfdSection, public virtual C_Exception {
   KEL_SHDR m_EmptyHeader = {};
 };
 
+// A link converted to the interface a section wants of it. The conversion of the same section
+// always gives the same answer, so it is redone only when the link changes.
+template <class To>
+class C_LinkAs {
+ public:
+  To* Get(I_KOfdSection* pLinked) {
+    if (pLinked != m_pFrom) {
+      m_pFrom = pLinked;
+      m_pTo = dynamic_cast<To*>(pLinked);
+    }
+    return m_pTo;
+  }
+
+ private:
+  I_KOfdSection* m_pFrom = nullptr;
+  To* m_pTo = nullptr;
+};
+
 // Reads dwSize bytes at dwBase + dwOffset of the file into a zero-filled buffer. Refuses, as a
 // failed read, a block the file cannot supply: it never allocates more than the file holds.
 // Returns null on failure; the caller reports it in its own words.
