@@ -1,7 +1,6 @@
 #include "reloc/expression_visitors.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include "reloc/expression_table.h"
@@ -113,9 +112,11 @@ void C_KOfdExpressioner::Z_CheckLimit(const std::string& sText) {
 HRESULT C_KOfdExpressioner::Apply(DWORD dwType, DWORD dwValue, const char* pszName) {
   if (m_bFailed) return S_OK;
   if (dwType == KEL_EXP_NUM) {
-    char szDigits[16];
-    snprintf(szDigits, sizeof szDigits, "%u", static_cast<unsigned>(dwValue));
-    Z_CheckLimit(Z_Push().append(szDigits));
+    // Unsigned decimal, written backwards from the last digit.
+    char szDigits[10];
+    char* pDigit = szDigits + sizeof szDigits;
+    do *--pDigit = static_cast<char>('0' + dwValue % 10); while ((dwValue /= 10) != 0);
+    Z_CheckLimit(Z_Push().append(pDigit, szDigits + sizeof szDigits));
   } else if (dwType == KEL_EXP_SYM) {
     Z_CheckLimit(Z_Push().append(pszName ? pszName : ""));
   } else if (dwType == KEL_EXP_NOT) {
