@@ -11,5 +11,6 @@ struct CommandResult {
 };
 
 void RegisterInfo(CLI::App& app, CommandResult& result);
+void RegisterDump(CLI::App& app, CommandResult& result);
 
 }  // namespace cli
