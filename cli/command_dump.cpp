@@ -41,14 +41,9 @@ bool IsIndex(const std::string& sSelector) {
 }
 
 // The section that sSelector names: by index when it is all digits, else by name ignoring case.
-// A bad index is reported with the document's recorded error.
 HRESULT FindSelected(I_KOfdELF& document, const std::string& sSelector, I_KOfdSection** ppSection) {
   if (!IsIndex(sSelector)) return document.FindSection(sSelector.c_str(), ppSection);
-  const HRESULT hr = document.GetSection(static_cast<DWORD>(std::stoul(sSelector)), ppSection);
-  if (hr != S_OK) {
-    if (C_Exception* pRecord = dynamic_cast<C_Exception*>(&document)) throw C_Exception(*pRecord);
-  }
-  return hr;
+  return document.GetSection(static_cast<DWORD>(std::stoul(sSelector)), ppSection);
 }
 
 // Headers, then every section that has a section object, in index order. A listing or a

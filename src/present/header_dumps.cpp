@@ -27,7 +27,7 @@ HRESULT C_KElfProgramHeader::DumpAll() {
 }
 
 HRESULT C_KElfSectionHeader::DumpAll() {
-  WriteSectionHeaderTable(std::cout, Record(0), Held());
+  WriteSectionHeaderTable(std::cout, Held() ? Record(0) : nullptr, Held());
   return S_OK;
 }
 
