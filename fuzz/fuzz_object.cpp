@@ -1,7 +1,9 @@
 // Opens the input as a KELF object and walks every section and every record through the
-// public interfaces, reading every byte and string they hand out.
+// public interfaces, reading every byte and string they hand out; then runs every dump on it,
+// writing to a stream that keeps nothing.
 #include <cstdint>
 #include <cstring>
+#include <iostream>
 #include <stdexcept>
 
 #include "frame/exception.h"
@@ -30,6 +32,47 @@ void Touch(const T* pRecord) {
 // At most this many records of one table are visited, so that a large valid input stays fast.
 constexpr DWORD kMaxRecords = 4096;
 DWORD Bounded(DWORD dwCount) { return dwCount < kMaxRecords ? dwCount : kMaxRecords; }
+
+// A stream buffer that takes everything and keeps nothing.
+class C_NullBuffer : public std::streambuf {
+ protected:
+  std::streamsize xsputn(const char*, std::streamsize nLength) override { return nLength; }
+  int_type overflow(int_type ch) override { return traits_type::not_eof(ch); }
+};
+C_NullBuffer g_NullBuffer;
+std::ostream g_NullStream(&g_NullBuffer);
+// The header listings and the sound dumps write to std::cout: it keeps nothing either.
+const bool g_bCoutSilenced = (std::cout.rdbuf(&g_NullBuffer), true);
+
+// Every operation of a dump, records one past the end included.
+void RunDump(I_Unknown* pObject, DWORD dwRecords) {
+  I_KOfdDump* pDump = dynamic_cast<I_KOfdDump*>(pObject);
+  if (!pDump) return;
+  pDump->SetStream(g_NullStream);
+  pDump->DumpHead();
+  for (DWORD i = 0; i <= Bounded(dwRecords); ++i) pDump->DumpRecord(i);
+  pDump->DumpAll();
+}
+
+void RunEveryDump(C_KOfdELFX2& document) {
+  I_KElfHeader* pHeader = nullptr;
+  I_KElfProgramHeader* pPrograms = nullptr;
+  I_KElfSectionHeader* pSections = nullptr;
+  document.GetFileHeader(&pHeader);
+  document.GetProgramHeader(&pPrograms);
+  document.GetSectionHeader(&pSections);
+  RunDump(pHeader, 1);
+  RunDump(pPrograms, 1);
+  RunDump(pSections, 1);
+  DWORD dwCount = 0;
+  document.GetSectionCount(&dwCount);
+  for (DWORD i = 0; i < dwCount; ++i) {
+    I_KOfdSection* pSection = nullptr;
+    // Record numbers, word numbers and string offsets all lie below the section's size.
+    if (document.GetSection(i, &pSection) == S_OK && pSection) RunDump(pSection, pSection->GetSize());
+  }
+  document.DumpFile("/dev/null");
+}
 
 void WalkSymbols(C_KOfdSymbolTable* pSymbols) {
   DWORD dwCount = 0;
@@ -142,7 +185,7 @@ void WalkSection(I_KOfdSection* pSection) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
   const std::string& sPath = WriteFuzzInput(pData, nSize);
-  C_KOfdELF4 document;
+  C_KOfdELFX2 document;
   try {
     document.AttachPath(sPath.c_str(), 0);
     document.Read();
@@ -159,5 +202,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
   }
   DWORD dwMemory = 0;
   document.GetLoadableMemorySize(&dwMemory);
+  RunEveryDump(document);
   return 0;
 }
