@@ -11,3 +11,4 @@ kofd=build/default/cli/kofd
 run() { printf '$ kofd %s\n' "$*"; "$kofd" "$@"; }
 run --version
 run info examples/sample.o
+run dump examples/sample.o --file-header --section .symtab
