@@ -6,12 +6,13 @@
 namespace cli {
 
 namespace {
-// Large enough that a system call writes many lines; set before the tool writes anything.
-constexpr std::size_t kStdoutBuffer = 1 << 16;
+// Large enough that a system call writes many lines; stdio keeps using it until the process
+// ends, so it is static. (The C library ignores the size asked for without a buffer.)
+char g_szStdoutBuffer[1 << 16];
 }  // namespace
 
 C_ToolOutput::C_ToolOutput() : m_pCoutBuffer(nullptr) {
-  setvbuf(stdout, nullptr, _IOFBF, kStdoutBuffer);
+  setvbuf(stdout, g_szStdoutBuffer, _IOFBF, sizeof g_szStdoutBuffer);
   m_pCoutBuffer = std::cout.rdbuf(this);
 }
 
