@@ -9,6 +9,7 @@
 #include "frame/error.h"
 #include "frame/exports.h"
 #include "object/kofd_elf.h"
+#include "present/object_dumps.h"
 #include "report.h"
 #include "tool_output.h"
 
@@ -49,21 +50,7 @@ HRESULT FindSelected(I_KOfdELF& document, const std::string& sSelector, I_KOfdSe
 // Headers, then every section that has a section object, in index order. A listing or a
 // section that has nothing to show is passed over.
 void DumpWholeObject(I_KOfdELF& document) {
-  I_KElfHeader* pHeader = nullptr;
-  I_KElfProgramHeader* pPrograms = nullptr;
-  I_KElfSectionHeader* pSections = nullptr;
-  document.GetFileHeader(&pHeader);
-  document.GetProgramHeader(&pPrograms);
-  document.GetSectionHeader(&pSections);
-  DumpAllOf(pHeader);
-  DumpAllOf(pPrograms);
-  DumpAllOf(pSections);
-  DWORD dwCount = 0;
-  document.GetSectionCount(&dwCount);
-  for (DWORD i = 0; i < dwCount; ++i) {
-    I_KOfdSection* pSection = nullptr;
-    if (document.GetSection(i, &pSection) == S_OK && pSection) DumpAllOf(pSection);
-  }
+  for (I_KOfdDump* pDump : GetDumpParts(document)) DumpAllOf(pDump);
 }
 
 HRESULT DumpSelection(I_KOfdELF& document, const Selection& selection) {

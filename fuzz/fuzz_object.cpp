@@ -9,6 +9,7 @@
 #include "frame/exception.h"
 #include "fuzz_file.h"
 #include "object/kofd_elf.h"
+#include "present/object_dumps.h"
 #include "sections/bank_table.h"
 #include "sections/kmd_tables.h"
 #include "sections/line_table.h"
@@ -45,9 +46,7 @@ std::ostream g_NullStream(&g_NullBuffer);
 const bool g_bCoutSilenced = (std::cout.rdbuf(&g_NullBuffer), true);
 
 // Every operation of a dump, records one past the end included.
-void RunDump(I_Unknown* pObject, DWORD dwRecords) {
-  I_KOfdDump* pDump = dynamic_cast<I_KOfdDump*>(pObject);
-  if (!pDump) return;
+void RunDump(I_KOfdDump* pDump, DWORD dwRecords) {
   pDump->SetStream(g_NullStream);
   pDump->DumpHead();
   for (DWORD i = 0; i <= Bounded(dwRecords); ++i) pDump->DumpRecord(i);
@@ -55,21 +54,10 @@ void RunDump(I_Unknown* pObject, DWORD dwRecords) {
 }
 
 void RunEveryDump(C_KOfdELFX2& document) {
-  I_KElfHeader* pHeader = nullptr;
-  I_KElfProgramHeader* pPrograms = nullptr;
-  I_KElfSectionHeader* pSections = nullptr;
-  document.GetFileHeader(&pHeader);
-  document.GetProgramHeader(&pPrograms);
-  document.GetSectionHeader(&pSections);
-  RunDump(pHeader, 1);
-  RunDump(pPrograms, 1);
-  RunDump(pSections, 1);
-  DWORD dwCount = 0;
-  document.GetSectionCount(&dwCount);
-  for (DWORD i = 0; i < dwCount; ++i) {
-    I_KOfdSection* pSection = nullptr;
-    // Record numbers, word numbers and string offsets all lie below the section's size.
-    if (document.GetSection(i, &pSection) == S_OK && pSection) RunDump(pSection, pSection->GetSize());
+  for (I_KOfdDump* pDump : GetDumpParts(document)) {
+    // Record numbers, word numbers and string offsets all lie below a section's size.
+    I_KOfdSection* pSection = dynamic_cast<I_KOfdSection*>(pDump);
+    RunDump(pDump, pSection ? pSection->GetSize() : 1);
   }
   document.DumpFile("/dev/null");
 }

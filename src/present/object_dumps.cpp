@@ -1,10 +1,10 @@
-// The listings of the header records to std::cout, and the whole-file dump of the extended
-// revision to a file of its own.
+// The listings of the header records to std::cout, the parts of an object's whole dump, and the
+// whole-file dump of the extended revision to a file of its own.
+#include "present/object_dumps.h"
+
 #include <fstream>
 #include <iostream>
 
-#include "object/kelf_header.h"
-#include "object/kofd_elf.h"
 #include "present/record_writers.h"
 #include "sections/symbol_table.h"
 
@@ -29,6 +29,30 @@ HRESULT C_KElfProgramHeader::DumpAll() {
 HRESULT C_KElfSectionHeader::DumpAll() {
   WriteSectionHeaderTable(std::cout, Held() ? Record(0) : nullptr, Held());
   return S_OK;
+}
+
+std::vector<I_KOfdDump*> GetDumpParts(I_KOfdELF& document) {
+  I_KElfHeader* pHeader = nullptr;
+  I_KElfProgramHeader* pPrograms = nullptr;
+  I_KElfSectionHeader* pSections = nullptr;
+  document.GetFileHeader(&pHeader);
+  document.GetProgramHeader(&pPrograms);
+  document.GetSectionHeader(&pSections);
+  std::vector<I_KOfdDump*> vParts;
+  auto add = [&vParts](I_Unknown* pPart) {
+    if (I_KOfdDump* pDump = dynamic_cast<I_KOfdDump*>(pPart)) vParts.push_back(pDump);
+  };
+  add(pHeader);
+  add(pPrograms);
+  add(pSections);
+  DWORD dwCount = 0;
+  document.GetSectionCount(&dwCount);
+  for (DWORD i = 0; i < dwCount; ++i) {
+    I_KOfdSection* pSection = nullptr;
+    if (document.GetSection(i, &pSection) != S_OK) break;
+    add(pSection);
+  }
+  return vParts;
 }
 
 HRESULT C_KOfdELFX2::DumpFile(const char* pszFileName) {
