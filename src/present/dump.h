@@ -5,9 +5,10 @@
 // into another stream's buffer while keeping its own format state (fill, base, width). Some
 // dumps write to std::cout instead, as each one fixes.
 //
-// Writing a new table's dump:
-//   DumpHead     WriteHeading(stream, "\n---- heading ----\n", {{"Title", width}, ...});
-//   DumpRecord   C_DumpLine(*this).Index(i, kSectionIndexBuffer).Hex(...).Dec(...).End();
+// Writing a new table's dump (declare the overrides in the table's class):
+//   DumpHead     WriteHeading(*this, "\n---- heading ----\n", {{"Title", width}, ...});
+//   DumpRecord   fetch the record with Y_RecordOrNull(i) (E_FAIL past the end), then
+//                C_DumpLine(*this).Index(i, kSectionIndexBuffer).Hex(...).Dec(...).End();
 //   DumpAll      record tables inherit DumpRecordTable (heading, every record, an empty line).
 #pragma once
 
