@@ -115,8 +115,10 @@ void RegisterDump(CLI::App& app, CommandResult& result) {
       command->add_flag("--program-headers", "The program header listing (a failure when there is none)");
   CLI::Option* sectionHeaders = command->add_flag("--section-headers", "The section header listing");
   CLI::Option* section =
-      command->add_option("--section", *sections, "DumpAll of one section, by index or by name ignoring case; repeatable")
-          ->type_name("SEL");
+      command->add_option("--section", *sections, "One section's dump, by index or by name (ignoring case); repeatable")
+          ->type_name("SEL")
+          ->expected(1)
+          ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   command->callback([=, &result] {
     // Selectors are dumped in the order they were given.
     std::vector<Selection> selections;

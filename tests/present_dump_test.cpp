@@ -95,7 +95,8 @@ TEST(Dump, WholeObjectShowsEveryListingAndSectionInOrder) {
 TEST(Dump, SelectorsAreDumpedInTheOrderGivenAndFailuresReported) {
   TempDir dir;
   const std::string sPath = Quoted(dir.Write("edges.o", AsString(EdgeObject().Build())));
-  const Outcome selected = Kofd(dir, "dump " + sPath + " --section 3 --section .SYMTAB --file-header --section 12");
+  // Each --section takes one value: the file may come last.
+  const Outcome selected = Kofd(dir, "dump --section 3 --section .SYMTAB --file-header --section 12 " + sPath);
   EXPECT_EQ(selected.status, 0) << selected.err;
   EXPECT_EQ(selected.out, Golden("edges_selected.txt"));
 
