@@ -12,3 +12,4 @@ run() { printf '$ kofd %s\n' "$*"; "$kofd" "$@"; }
 run --version
 run info examples/sample.o
 run reloc examples/sample.o
+run dump examples/sample.o --file-header --section .symtab

@@ -9,4 +9,7 @@ class I_KOfdBankTable : public virtual I_BaseTable<KEL_BANKINFO> {};
 class C_KOfdBankTable : public virtual I_KOfdBankTable, public virtual C_KOfdSectionTable<KEL_BANKINFO> {
  public:
   ~C_KOfdBankTable() override;
+
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
 };
