@@ -126,6 +126,9 @@ TEST(Dump, SampleObjectListingsAndTables) {
                                        " --file-header --program-headers --section .symtab --section .bankinfo --section .kdminfo");
   EXPECT_EQ(sample.status, 0) << sample.err;
   EXPECT_EQ(sample.out, Golden("sample_selected.txt"));
+  const Outcome relocations = Kofd(dir, "dump " + Quoted(KOFD_EXAMPLES_DIR "/sample.o") + " --section 13 --section .RELXEB.text");
+  EXPECT_EQ(relocations.status, 0) << relocations.err;
+  EXPECT_EQ(relocations.out, Golden("sample_relocations.txt"));
 }
 
 // Two program headers, one of type and flags past their names; locals and a global.
