@@ -1,0 +1,48 @@
+#include "archive/name_member.h"
+
+#include <cstring>
+#include <memory>
+
+#include "frame/error.h"
+#include "sections/section.h"
+
+HRESULT C_KArcNameMember::Read(I_File* pFile, DWORD dwOffset) {
+  C_KArcReadWindow window(pFile, kArcMemberHeaderSize);
+  return Read(window, pFile, dwOffset);
+}
+
+HRESULT C_KArcNameMember::Read(C_KArcReadWindow& window, I_File* pFile, DWORD dwOffset) {
+  m_bValid = false;
+  m_Header.Read(window, dwOffset);
+  const DWORD dwSize = m_Header.GetSize();
+  std::unique_ptr<BYTE[]> pData(ReadFileRegion(pFile, dwOffset, kArcMemberHeaderSize, dwSize));
+  if (!pData) ThrowLibraryError(true, KE_READ_FAILED, "When read linker member");
+  m_sBuffer.append(reinterpret_cast<const char*>(pData.get()), dwSize);
+  m_bValid = true;
+  return S_OK;
+}
+
+HRESULT C_KArcNameMember::Write(I_File* pFile) {
+  m_Header.Write(pFile, "when write name member");
+  WriteArchiveBlock(pFile, m_sBuffer.data(), GetLength(), "when write name member");
+  return S_OK;
+}
+
+DWORD C_KArcNameMember::Append(const char* pszName) {
+  const DWORD dwOffset = GetLength();
+  m_sBuffer.append(pszName ? pszName : "", (pszName ? strlen(pszName) : 0) + 1);
+  m_Header.BuildSpecial(GetLength());
+  m_bValid = true;
+  return dwOffset;
+}
+
+void C_KArcNameMember::Clear() {
+  m_sBuffer.clear();
+  m_Header.BuildSpecial(0);
+  m_bValid = true;
+}
+
+const char* C_KArcNameMember::Y_GetAt(DWORD dwOffset) {
+  if (dwOffset >= GetLength()) ThrowLibraryError(false, KE_OUT_OF_RANGE, " When call C_KArcNameMember::Y_GetAt");
+  return m_sBuffer.c_str() + dwOffset;
+}

@@ -1,0 +1,75 @@
+// C_KArcObjectMember: one object of an archive, its header and its bytes.
+//
+//   offset         header (60): Name Index, Date, Size
+//   offset + 60    Size bytes: a KELF object, opened in place when asked
+//
+// Neither the bytes nor the object are read when the archive opens: the bytes load when the
+// archive is written or the caller asks for them, the object when the caller asks for it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "archive/member_header.h"
+
+class I_KOfdELF;
+class C_KOfdELF4;
+
+class I_KArcObjectMember : public virtual I_Unknown {
+ public:
+  // Where the member's header lies in the archive, as the linker member lists it.
+  virtual DWORD GetOffset() = 0;
+  // The member's name, from the name member.
+  virtual const char* GetName() = 0;
+  // The member's bytes (Size of them), loaded on the first call.
+  virtual HRESULT GetData(const BYTE** ppData, DWORD* pdwSize) = 0;
+  // The member's object document, opened on the first call.
+  virtual HRESULT GetDocument(I_KOfdELF** ppDocument) = 0;
+};
+
+class C_KArcObjectMember : public virtual I_KArcObjectMember, public virtual I_KArcMemberHeader,
+                           public virtual C_Exception {
+ public:
+  C_KArcObjectMember();
+  C_KArcObjectMember(const C_KArcObjectMember&) = delete;
+  C_KArcObjectMember& operator=(const C_KArcObjectMember&) = delete;
+  ~C_KArcObjectMember() override;
+
+  DWORD GetOffset() override { return m_dwOffset; }
+  const char* GetName() override { return m_sName.c_str(); }
+  HRESULT GetData(const BYTE** ppData, DWORD* pdwSize) override;
+  HRESULT GetDocument(I_KOfdELF** ppDocument) override;
+  DWORD GetSize() override { return m_Header.GetSize(); }
+  DWORD GetDate() override { return m_Header.GetDate(); }
+  DWORD GetNameIndex() override { return m_Header.GetNameIndex(); }
+
+  // Reads the header at dwOffset of the archive at pszArchive; the bytes follow it there.
+  HRESULT Read(C_KArcReadWindow& window, const char* pszArchive, DWORD dwOffset);
+  // The header, then the bytes when they are held.
+  HRESULT Write(I_File* pFile);
+  // Loads the bytes, through window when it reads the file that holds them.
+  void Load(C_KArcReadWindow* pWindow);
+  bool IsLoaded() const { return m_pData != nullptr; }
+
+  // Where the bytes come from: a file and the position of the first byte in it.
+  void SetSource(const char* pszPath, std::uint64_t qwDataAt);
+  const std::string& GetSource() const { return m_sSource; }
+  std::uint64_t GetDataPosition() const { return m_qwDataAt; }
+  void SetName(const char* pszName) { m_sName = pszName ? pszName : ""; }
+  void SetOffset(DWORD dwOffset) { m_dwOffset = dwOffset; }
+  C_KArcMemberHeader& GetHeader() { return m_Header; }
+
+ private:
+  struct DocumentDeleter {
+    void operator()(C_KOfdELF4* pDocument) const;
+  };
+
+  C_KArcMemberHeader m_Header;
+  DWORD m_dwOffset = 0;
+  std::string m_sName;
+  std::string m_sSource;
+  std::uint64_t m_qwDataAt = 0;
+  std::unique_ptr<BYTE[]> m_pData;
+  std::unique_ptr<C_KOfdELF4, DocumentDeleter> m_pDocument;
+};
