@@ -11,5 +11,6 @@ struct CommandResult {
 };
 
 void RegisterInfo(CLI::App& app, CommandResult& result);
+void RegisterAr(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

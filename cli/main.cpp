@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
 
   cli::CommandResult result;
   cli::RegisterInfo(app, result);
+  cli::RegisterAr(app, result);
 
   try {
     app.parse(argc, argv);

@@ -6,31 +6,14 @@
 #include <vector>
 
 #include "archive/archive.h"
+#include "archive_objects.h"
 #include "archive_writer.h"
 #include "frame_temp_dir.h"
-#include "kelf_writer.h"
 
 namespace {
 
 using kelf_test::ArchiveBuilder;
 using kelf_test::Bytes;
-
-std::string AsString(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
-
-// An object defining the given globals; each comes with its section index (1 is the code).
-Bytes ObjectWith(const std::vector<std::pair<std::string, std::uint16_t>>& globals, std::uint32_t firstGlobal = 1) {
-  using namespace kelf_test;
-  StringTable names = StringTable::WithNul();
-  Bytes symbols = Sym(0, 0, 0, 0, 0, 0, 0);
-  for (const auto& global : globals) {
-    Append(symbols, Sym(names.Add(global.first), 8, 4, kStbGlobal, kSttFunction, 0, global.second));
-  }
-  ObjectBuilder object;
-  object.AddSection({".text", kShtPrgbit, 6, 0, 0, 0, 4, 0, Words({1, 2, 3}), {}, {}, {}});
-  object.AddSection({".symtab", kShtSymtab, 0, 0, 3, firstGlobal, 4, 16, symbols, {}, {}, {}});
-  object.AddSection({".symstrtab", kShtStrtab, 0, 0, 0, 0, 1, 0, names.Data(), {}, {}, {}});
-  return object.Build();
-}
 
 C_Exception OpenFailure(const std::string& sPath) {
   C_KOfdArchive archive;

@@ -1,34 +1,10 @@
 // The kofd tool, run as a user runs it: output, error text and exit status.
-#include <sys/wait.h>
-
-#include <cstdlib>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "frame_temp_dir.h"
+#include "cli_run.h"
 #include "kelf_writer.h"
-
-namespace {
-
-struct Outcome {
-  int status;
-  std::string out, err;
-};
-
-std::string Quoted(const std::string& sArgument) {
-  std::string quoted = "'";
-  for (char ch : sArgument) quoted += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
-  return quoted + "'";
-}
-
-Outcome Kofd(const TempDir& dir, const std::string& sArguments) {
-  const std::string sOut = dir.Path("stdout"), sErr = dir.Path("stderr");
-  const int raw = std::system((Quoted(KOFD_CLI_PATH) + " " + sArguments + " >" + Quoted(sOut) + " 2>" + Quoted(sErr)).c_str());
-  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, TempDir::Read(sOut), TempDir::Read(sErr)};
-}
-
-}  // namespace
 
 TEST(Cli, VersionPrintsTheBanner) {
   TempDir dir;
