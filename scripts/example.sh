@@ -11,3 +11,6 @@ kofd=build/default/cli/kofd
 run() { printf '$ kofd %s\n' "$*"; "$kofd" "$@"; }
 run --version
 run info examples/sample.o
+run ar examples/sample.a list
+run ar examples/sample.a symbols
+run ar examples/sample.a find uart_putc
