@@ -18,6 +18,7 @@ constexpr DWORD kNewVersion = 1;
 // Opening reads headers scattered over the file; saving reads every member's bytes in order.
 constexpr DWORD kHeaderWindow = 64 * 1024;
 constexpr DWORD kDataWindow = 1024 * 1024;
+constexpr DWORD kWriteBuffer = 1024 * 1024;
 
 bool EqualIgnoringCase(const char* pszFirst, const char* pszSecond) {
   for (;; ++pszFirst, ++pszSecond) {
@@ -269,20 +270,25 @@ void C_KOfdArchive::Z_LoadAll() {
 }
 
 void C_KOfdArchive::Z_Write(I_File& file, const char* pszName, bool bInPlace) {
-  if (WriteFileBlock(file.GetHandle(), kMagic, 1, kMagicSize) != S_OK) ThrowLibraryError(true, KE_WRITE_FAILED, pszName);
-  m_LinkMember.Write(&file);
-  m_NameMember.Write(&file);
+  C_KArcWriter writer(&file, kWriteBuffer);
+  writer.Put(kMagic, kMagicSize, pszName);
+  m_LinkMember.Write(writer);
+  m_NameMember.Write(writer);
   // As many members as the linker member lists, whatever the member list holds.
   std::uint64_t qwAt = kMagicSize + kArcMemberHeaderSize + m_LinkMember.DataSize() + kArcMemberHeaderSize +
                        m_NameMember.GetLength();
   std::vector<std::uint64_t> vDataAt;
   for (DWORD i = 0; i < m_LinkMember.GetObjectCount(); ++i) {
-    if (i >= m_vMembers.size()) ThrowLibraryError(false, KE_OUT_OF_RANGE, "invalid vector subscript");
+    if (i >= m_vMembers.size()) {
+      writer.Flush();
+      ThrowLibraryError(false, KE_OUT_OF_RANGE, "invalid vector subscript");
+    }
     C_KArcObjectMember& member = *m_vMembers[i];
-    member.Write(&file);
+    member.Write(writer);
     vDataAt.push_back(qwAt + kArcMemberHeaderSize);
     qwAt += kArcMemberHeaderSize + (member.IsLoaded() ? member.GetSize() : 0);
   }
+  writer.Flush();
   // The members written in place are read from their new positions from now on.
   if (bInPlace) {
     for (std::size_t i = 0; i < vDataAt.size(); ++i) m_vMembers[i]->SetSource(pszName, vDataAt[i]);

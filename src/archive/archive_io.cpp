@@ -54,9 +54,28 @@ bool C_KArcReadWindow::ReadAt(std::uint64_t qwOffset, void* pOut, DWORD dwSize) 
   return true;
 }
 
-void WriteArchiveBlock(I_File* pFile, const void* pData, DWORD dwSize, const char* pszContext) {
+C_KArcWriter::C_KArcWriter(I_File* pFile, DWORD dwBufferSize) : m_pFile(pFile) { m_vBuffer.resize(dwBufferSize); }
+
+void C_KArcWriter::Z_Write(const void* pData, DWORD dwSize, const char* pszContext) {
   if (dwSize == 0) return;
-  if (WriteFileBlock(pFile ? pFile->GetHandle() : nullptr, pData, 1, dwSize) != S_OK) {
+  if (WriteFileBlock(m_pFile ? m_pFile->GetHandle() : nullptr, pData, 1, dwSize) != S_OK) {
     ThrowLibraryError(true, KE_WRITE_FAILED, pszContext);
   }
+}
+
+void C_KArcWriter::Put(const void* pData, DWORD dwSize, const char* pszContext) {
+  if (m_vBuffer.size() - m_dwUsed < dwSize) Flush();
+  if (dwSize > m_vBuffer.size()) {
+    Z_Write(pData, dwSize, pszContext);
+    return;
+  }
+  if (m_dwUsed == 0) m_sContext = pszContext;
+  memcpy(m_vBuffer.data() + m_dwUsed, pData, dwSize);
+  m_dwUsed += dwSize;
+}
+
+void C_KArcWriter::Flush() {
+  const DWORD dwUsed = m_dwUsed;
+  m_dwUsed = 0;
+  Z_Write(m_vBuffer.data(), dwUsed, m_sContext.c_str());
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "frame/file.h"
@@ -31,8 +32,28 @@ class C_KArcReadWindow {
 
 // ReadFileRegion (sections/section.h) reads the larger blocks: linker, name and object data.
 
-// Writes a block at the file's position; throws 1015 with pszContext and the system text.
-void WriteArchiveBlock(I_File* pFile, const void* pData, DWORD dwSize, const char* pszContext);
+// Writes the blocks of an archive at the file's position, gathered into large writes when it has
+// a buffer, so that thousands of members do not cost two system calls each. A failed write
+// throws 1015 with the context of the first block it held and the system text.
+class C_KArcWriter {
+ public:
+  C_KArcWriter(I_File* pFile, DWORD dwBufferSize);
+  ~C_KArcWriter() = default;
+  C_KArcWriter(const C_KArcWriter&) = delete;
+  C_KArcWriter& operator=(const C_KArcWriter&) = delete;
+
+  void Put(const void* pData, DWORD dwSize, const char* pszContext);
+  // Writes what the buffer holds; the owner calls it once the last block is put.
+  void Flush();
+
+ private:
+  void Z_Write(const void* pData, DWORD dwSize, const char* pszContext);
+
+  I_File* m_pFile;
+  std::vector<BYTE> m_vBuffer;
+  DWORD m_dwUsed = 0;
+  std::string m_sContext;
+};
 
 // 32-bit little-endian words, as the linker member stores them.
 inline DWORD LoadWord(const BYTE* p) {

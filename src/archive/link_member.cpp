@@ -83,19 +83,24 @@ void C_KArcLinkMember::Z_Parse(const BYTE* pData, DWORD dwSize) {
 }
 
 HRESULT C_KArcLinkMember::Write(I_File* pFile) {
-  m_Header.Write(pFile, kWriteContext);
+  C_KArcWriter writer(pFile, 0);
+  return Write(writer);
+}
+
+HRESULT C_KArcLinkMember::Write(C_KArcWriter& writer) {
+  m_Header.Write(writer, kWriteContext);
   BYTE version[4];
   StoreWord(version, m_dwVersion);
-  WriteArchiveBlock(pFile, version, sizeof version, kWriteContext);
+  writer.Put(version, sizeof version, kWriteContext);
   const std::vector<BYTE> vOffsets = CountedWords(m_vOffsets);
-  WriteArchiveBlock(pFile, vOffsets.data(), static_cast<DWORD>(vOffsets.size()), kListsContext);
+  writer.Put(vOffsets.data(), static_cast<DWORD>(vOffsets.size()), kListsContext);
   const std::vector<BYTE> vIndices = CountedWords(m_vMemberIndices);
-  WriteArchiveBlock(pFile, vIndices.data(), static_cast<DWORD>(vIndices.size()), kListsContext);
+  writer.Put(vIndices.data(), static_cast<DWORD>(vIndices.size()), kListsContext);
   // Every name with its NUL, gathered into one write.
   std::string sNames;
   sNames.reserve(m_sNameBytes.size());
   for (DWORD i = 0; i < GetNameCount(); ++i) sNames.append(GetSymbolName(i), strlen(GetSymbolName(i)) + 1);
-  WriteArchiveBlock(pFile, sNames.data(), static_cast<DWORD>(sNames.size()), kListsContext);
+  writer.Put(sNames.data(), static_cast<DWORD>(sNames.size()), kListsContext);
   return S_OK;
 }
 

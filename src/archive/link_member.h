@@ -31,6 +31,7 @@ class C_KArcLinkMember : public virtual I_KArcMemberHeader, public virtual C_Exc
   HRESULT Read(I_File* pFile, DWORD dwOffset);
   HRESULT Read(C_KArcReadWindow& window, I_File* pFile, DWORD dwOffset);
   HRESULT Write(I_File* pFile);
+  HRESULT Write(C_KArcWriter& writer);
   // An empty index (no objects, no symbols) with a header of its own.
   void Reset(DWORD dwVersion);
   // S_OK once the member has been read or built; E_POINTER before.

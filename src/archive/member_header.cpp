@@ -100,8 +100,8 @@ HRESULT C_KArcMemberHeader::Read(C_KArcReadWindow& window, DWORD dwOffset) {
   return Z_Take(bytes);
 }
 
-HRESULT C_KArcMemberHeader::Write(I_File* pFile, const char* pszContext) {
-  WriteArchiveBlock(pFile, m_Bytes, sizeof m_Bytes, pszContext);
+HRESULT C_KArcMemberHeader::Write(C_KArcWriter& writer, const char* pszContext) {
+  writer.Put(m_Bytes, sizeof m_Bytes, pszContext);
   return S_OK;
 }
 

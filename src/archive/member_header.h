@@ -40,8 +40,8 @@ class C_KArcMemberHeader : public virtual I_KArcMemberHeader, public virtual C_E
   // Seeks to dwOffset and reads exactly 60 bytes; 1016 "When read linker member" otherwise.
   HRESULT Read(I_File* pFile, DWORD dwOffset);
   HRESULT Read(C_KArcReadWindow& window, DWORD dwOffset);
-  // The 60 bytes at the file's position; 1015 with pszContext on failure.
-  HRESULT Write(I_File* pFile, const char* pszContext);
+  // The 60 bytes; 1015 with pszContext on failure.
+  HRESULT Write(C_KArcWriter& writer, const char* pszContext);
 
   // Builds the header afresh: "/", blanks, "'\n", then the numbers in decimal over the blanks.
   // The name field keeps its "/" for the linker and name members (bNamed false).

@@ -23,8 +23,13 @@ HRESULT C_KArcNameMember::Read(C_KArcReadWindow& window, I_File* pFile, DWORD dw
 }
 
 HRESULT C_KArcNameMember::Write(I_File* pFile) {
-  m_Header.Write(pFile, "when write name member");
-  WriteArchiveBlock(pFile, m_sBuffer.data(), GetLength(), "when write name member");
+  C_KArcWriter writer(pFile, 0);
+  return Write(writer);
+}
+
+HRESULT C_KArcNameMember::Write(C_KArcWriter& writer) {
+  m_Header.Write(writer, "when write name member");
+  writer.Put(m_sBuffer.data(), GetLength(), "when write name member");
   return S_OK;
 }
 

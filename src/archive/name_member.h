@@ -21,6 +21,7 @@ class C_KArcNameMember : public virtual I_KArcMemberHeader, public virtual C_Exc
   HRESULT Read(I_File* pFile, DWORD dwOffset);
   HRESULT Read(C_KArcReadWindow& window, I_File* pFile, DWORD dwOffset);
   HRESULT Write(I_File* pFile);
+  HRESULT Write(C_KArcWriter& writer);
   // Appends a name with its NUL and rebuilds the header for the new length; returns the name's
   // offset (its Name Index).
   DWORD Append(const char* pszName);

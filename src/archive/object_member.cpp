@@ -19,8 +19,13 @@ HRESULT C_KArcObjectMember::Read(C_KArcReadWindow& window, const char* pszArchiv
 }
 
 HRESULT C_KArcObjectMember::Write(I_File* pFile) {
-  m_Header.Write(pFile, "While writing object member");
-  if (m_pData) WriteArchiveBlock(pFile, m_pData.get(), GetSize(), "While writing object member");
+  C_KArcWriter writer(pFile, 0);
+  return Write(writer);
+}
+
+HRESULT C_KArcObjectMember::Write(C_KArcWriter& writer) {
+  m_Header.Write(writer, "While writing object member");
+  if (m_pData) writer.Put(m_pData.get(), GetSize(), "While writing object member");
   return S_OK;
 }
 

@@ -48,6 +48,7 @@ class C_KArcObjectMember : public virtual I_KArcObjectMember, public virtual I_K
   HRESULT Read(C_KArcReadWindow& window, const char* pszArchive, DWORD dwOffset);
   // The header, then the bytes when they are held.
   HRESULT Write(I_File* pFile);
+  HRESULT Write(C_KArcWriter& writer);
   // Loads the bytes, through window when it reads the file that holds them.
   void Load(C_KArcReadWindow* pWindow);
   bool IsLoaded() const { return m_pData != nullptr; }
