@@ -239,6 +239,16 @@ TEST(KOfdArchive, DeleteKeepsEveryOtherMemberWhole) {
     EXPECT_EQ(sNew.substr(result.MemberAt(i).GetOffset() + 16, 44), sOld.substr(old + 16, 44));
   }
   EXPECT_EQ(Failure([&] { result.Delete("bb.o"); }).Code(), E_POINTER);
+
+  // Members that share a name keep it when one of them goes.
+  std::string sShared = sOld;
+  for (std::size_t at : layout.memberHeaders) sShared.replace(at, 16, "4" + std::string(15, ' '));
+  C_KOfdArchive shared;
+  shared.AttachPath(dir.Write("shared.a", sShared).c_str(), 0);
+  ASSERT_EQ(shared.Open(), S_OK);
+  ASSERT_EQ(shared.Delete("BB.O"), S_OK);
+  EXPECT_STREQ(shared.MemberAt(1).GetName(), "bb.o");
+  EXPECT_EQ(shared.NameMember().GetLength(), 13u);
 }
 
 TEST(KOfdArchive, DamagedArchivesAreRefusedWithTheirOwnResult) {

@@ -117,7 +117,8 @@ HRESULT C_KOfdArchive::Open() {
         m_vMembers.push_back(new C_KArcObjectMember);
         C_KArcObjectMember& member = *m_vMembers.back();
         member.Read(window, GetPath(), m_LinkMember.Y_GetOffsetAt(i));
-        member.SetName(m_NameMember.Y_GetAt(member.GetNameIndex()));
+        m_NameMember.Y_GetAt(member.GetNameIndex());
+        member.SetName(&m_NameMember, member.GetNameIndex());
       }
       return S_OK;
     }), *this);
@@ -196,7 +197,7 @@ HRESULT C_KOfdArchive::Add(const char* pszPath, DWORD dwAttribute) {
     m_vMembers.push_back(new C_KArcObjectMember);
     C_KArcObjectMember& member = *m_vMembers.back();
     const DWORD dwNameIndex = m_NameMember.Append(pszPath);
-    member.SetName(pszPath);
+    member.SetName(&m_NameMember, dwNameIndex);
     member.SetSource(pszPath, 0);
 
     std::uint64_t qwSize = 0;
@@ -232,23 +233,37 @@ HRESULT C_KOfdArchive::Delete(const char* pszName) {
     std::vector<DWORD>& vOffsets = m_LinkMember.m_vOffsets;
     if (dwMember < vOffsets.size()) vOffsets.erase(vOffsets.begin() + dwMember);
     m_LinkMember.Z_DeleteMember(dwMember);
+    const DWORD dwNameAt = m_vMembers[dwMember]->GetNameOffset();
     m_vMembers[dwMember]->Destroy();
     m_vMembers.erase(m_vMembers.begin() + dwMember);
-
-    // The names are laid out again in member order; a member whose name moves gets its new
-    // Name Index, every other byte of its header staying as it was.
-    std::string sNames;
-    for (C_KArcObjectMember* pMember : m_vMembers) {
-      const DWORD dwNameIndex = static_cast<DWORD>(sNames.size());
-      sNames.append(pMember->GetName(), strlen(pMember->GetName()) + 1);
-      if (pMember->GetNameIndex() != dwNameIndex) pMember->GetHeader().SetNameIndex(dwNameIndex);
-    }
-    m_NameMember.m_sBuffer.swap(sNames);
+    Z_EraseName(dwNameAt);
     m_NameMember.m_Header.BuildSpecial(m_NameMember.GetLength());
     m_LinkMember.m_Header.BuildSpecial(static_cast<DWORD>(m_LinkMember.DataSize()));
     m_LinkMember.Y_Update(*this);
     return S_OK;
   });
+}
+
+void C_KOfdArchive::Z_EraseName(DWORD dwNameAt) {
+  std::string& sNames = m_NameMember.m_sBuffer;
+  if (dwNameAt >= sNames.size()) return;
+  const DWORD dwEnd = static_cast<DWORD>(strlen(sNames.c_str() + dwNameAt)) + dwNameAt + 1;
+  // A name that begins after the last NUL before the erased one runs into it: such a name, or
+  // one that begins inside it, shares its bytes, which then stay.
+  const std::size_t nLastNul = sNames.rfind('\0', dwNameAt == 0 ? std::string::npos : dwNameAt - 1);
+  const DWORD dwShared = dwNameAt == 0 || nLastNul == std::string::npos ? 0 : static_cast<DWORD>(nLastNul) + 1;
+  for (C_KArcObjectMember* pMember : m_vMembers) {
+    if (pMember->GetNameOffset() >= dwShared && pMember->GetNameOffset() < dwEnd) return;
+  }
+  const DWORD dwErased = (dwEnd < sNames.size() ? dwEnd : static_cast<DWORD>(sNames.size())) - dwNameAt;
+  sNames.erase(dwNameAt, dwErased);
+  // The names behind move up; their members' Name Index follows, every other header byte stays.
+  for (C_KArcObjectMember* pMember : m_vMembers) {
+    if (pMember->GetNameOffset() < dwEnd) continue;
+    const DWORD dwMoved = pMember->GetNameOffset() - dwErased;
+    pMember->SetName(&m_NameMember, dwMoved);
+    pMember->GetHeader().SetNameIndex(dwMoved);
+  }
 }
 
 // ---- Writing ------------------------------------------------------------------------------

@@ -106,6 +106,8 @@ class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File {
   void Z_DestroyMembers();
   // The index of the first member named pszName ignoring case, or -1.
   long Z_FindMember(const char* pszName) const;
+  // Takes the name at dwNameAt out of the name member unless another member's name shares it.
+  void Z_EraseName(DWORD dwNameAt);
   // Loads the bytes of every member that does not hold them yet, before a file is rewritten.
   void Z_LoadAll();
   // Writes the whole archive to a file opened for writing; bInPlace names the document's own.

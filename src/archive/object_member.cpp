@@ -11,6 +11,10 @@ C_KArcObjectMember::C_KArcObjectMember() = default;
 
 C_KArcObjectMember::~C_KArcObjectMember() = default;
 
+const char* C_KArcObjectMember::GetName() {
+  return m_pNames && m_dwNameAt < m_pNames->GetLength() ? m_pNames->GetData() + m_dwNameAt : "";
+}
+
 HRESULT C_KArcObjectMember::Read(C_KArcReadWindow& window, const char* pszArchive, DWORD dwOffset) {
   m_Header.Read(window, dwOffset);
   m_dwOffset = dwOffset;

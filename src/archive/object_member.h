@@ -12,6 +12,7 @@
 #include <string>
 
 #include "archive/member_header.h"
+#include "archive/name_member.h"
 
 class I_KOfdELF;
 class C_KOfdELF4;
@@ -20,7 +21,7 @@ class I_KArcObjectMember : public virtual I_Unknown {
  public:
   // Where the member's header lies in the archive, as the linker member lists it.
   virtual DWORD GetOffset() = 0;
-  // The member's name, from the name member.
+  // The member's name, from the name member ("" when it has none).
   virtual const char* GetName() = 0;
   // The member's bytes (Size of them), loaded on the first call.
   virtual HRESULT GetData(const BYTE** ppData, DWORD* pdwSize) = 0;
@@ -37,7 +38,7 @@ class C_KArcObjectMember : public virtual I_KArcObjectMember, public virtual I_K
   ~C_KArcObjectMember() override;
 
   DWORD GetOffset() override { return m_dwOffset; }
-  const char* GetName() override { return m_sName.c_str(); }
+  const char* GetName() override;
   HRESULT GetData(const BYTE** ppData, DWORD* pdwSize) override;
   HRESULT GetDocument(I_KOfdELF** ppDocument) override;
   DWORD GetSize() override { return m_Header.GetSize(); }
@@ -57,7 +58,12 @@ class C_KArcObjectMember : public virtual I_KArcObjectMember, public virtual I_K
   void SetSource(const char* pszPath, std::uint64_t qwDataAt);
   const std::string& GetSource() const { return m_sSource; }
   std::uint64_t GetDataPosition() const { return m_qwDataAt; }
-  void SetName(const char* pszName) { m_sName = pszName ? pszName : ""; }
+  // The name is read where it lies in the name member, never copied: names may be shared.
+  void SetName(const C_KArcNameMember* pNames, DWORD dwOffset) {
+    m_pNames = pNames;
+    m_dwNameAt = dwOffset;
+  }
+  DWORD GetNameOffset() const { return m_dwNameAt; }
   void SetOffset(DWORD dwOffset) { m_dwOffset = dwOffset; }
   C_KArcMemberHeader& GetHeader() { return m_Header; }
 
@@ -68,7 +74,8 @@ class C_KArcObjectMember : public virtual I_KArcObjectMember, public virtual I_K
 
   C_KArcMemberHeader m_Header;
   DWORD m_dwOffset = 0;
-  std::string m_sName;
+  const C_KArcNameMember* m_pNames = nullptr;
+  DWORD m_dwNameAt = 0;
   std::string m_sSource;
   std::uint64_t m_qwDataAt = 0;
   std::unique_ptr<BYTE[]> m_pData;
