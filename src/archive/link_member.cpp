@@ -6,6 +6,7 @@
 #include "archive/archive.h"
 #include "frame/error.h"
 #include "platform/platform.h"
+#include "sections/hash_table.h"
 #include "sections/section.h"
 
 namespace {
@@ -125,28 +126,43 @@ bool C_KArcLinkMember::GetSymbolMember(DWORD dwIndex, DWORD* pdwMember) const {
   return true;
 }
 
-std::unordered_map<std::string_view, DWORD>& C_KArcLinkMember::Z_Index() {
-  if (!m_bIndexed || m_pIndexedBytes != m_sNameBytes.data()) {
-    m_Index.clear();
-    m_Index.reserve(m_vNameAt.size());
-    for (DWORD i = 0; i < m_vNameAt.size(); ++i) m_Index.emplace(GetSymbolName(i), i);
-    m_bIndexed = true;
-    m_pIndexedBytes = m_sNameBytes.data();
+long C_KArcLinkMember::Z_Probe(const char* pszName, DWORD dwHash) const {
+  const std::size_t nMask = m_vSlots.size() - 1;
+  for (std::size_t i = dwHash & nMask; m_vSlots[i].second != 0; i = (i + 1) & nMask) {
+    const DWORD dwIndex = m_vSlots[i].second - 1;
+    if (m_vSlots[i].first == dwHash && strcmp(GetSymbolName(dwIndex), pszName) == 0) return static_cast<long>(dwIndex);
   }
-  return m_Index;
+  return -1;
+}
+
+void C_KArcLinkMember::Z_Place(DWORD dwIndex, DWORD dwHash) {
+  if (2 * (static_cast<std::size_t>(m_dwIndexed) + 1) > m_vSlots.size()) {
+    m_bIndexed = false;
+    Z_Index();
+    return;
+  }
+  if (Z_Probe(GetSymbolName(dwIndex), dwHash) >= 0) return;
+  const std::size_t nMask = m_vSlots.size() - 1;
+  std::size_t i = dwHash & nMask;
+  while (m_vSlots[i].second != 0) i = (i + 1) & nMask;
+  m_vSlots[i] = {dwHash, dwIndex + 1};
+  ++m_dwIndexed;
+}
+
+void C_KArcLinkMember::Z_Index() {
+  if (m_bIndexed) return;
+  std::size_t nSlots = 16;
+  while (nSlots < 2 * (m_vNameAt.size() + 1)) nSlots *= 2;
+  m_vSlots.assign(nSlots, {0, 0});
+  m_dwIndexed = 0;
+  m_bIndexed = true;
+  for (DWORD i = 0; i < m_vNameAt.size(); ++i) Z_Place(i, HashName(GetSymbolName(i)));
 }
 
 long C_KArcLinkMember::FindSymbol(const char* pszName) {
   if (!pszName) return -1;
-  // One lookup reads the names once; building the index is worth it only for many.
-  if (!m_bIndexed || m_pIndexedBytes != m_sNameBytes.data()) {
-    for (DWORD i = 0; i < m_vNameAt.size(); ++i) {
-      if (strcmp(GetSymbolName(i), pszName) == 0) return static_cast<long>(i);
-    }
-    return -1;
-  }
-  const auto it = m_Index.find(pszName);
-  return it == m_Index.end() ? -1 : static_cast<long>(it->second);
+  Z_Index();
+  return Z_Probe(pszName, HashName(pszName));
 }
 
 std::uint64_t C_KArcLinkMember::DataSize() const {
@@ -179,15 +195,9 @@ void C_KArcLinkMember::Y_Update(C_KOfdArchive& archive) {
 
 void C_KArcLinkMember::Z_AppendName(const char* pszName, std::size_t nLength) {
   const DWORD dwAt = static_cast<DWORD>(m_sNameBytes.size());
-  const char* pBefore = m_sNameBytes.data();
   m_sNameBytes.append(pszName, nLength + 1);
   m_vNameAt.push_back(dwAt);
-  // The index keys point into the block: it stays only while the block has not moved.
-  if (m_bIndexed && pBefore == m_sNameBytes.data()) {
-    m_Index.emplace(GetSymbolName(static_cast<DWORD>(m_vNameAt.size() - 1)), static_cast<DWORD>(m_vNameAt.size() - 1));
-  } else {
-    m_bIndexed = false;
-  }
+  if (m_bIndexed) Z_Place(static_cast<DWORD>(m_vNameAt.size() - 1), HashName(pszName));
 }
 
 void C_KArcLinkMember::Z_EraseName(DWORD dwIndex) {
@@ -199,7 +209,7 @@ void C_KArcLinkMember::Z_EraseName(DWORD dwIndex) {
 
 bool C_KArcLinkMember::Z_AddSym(const char* pszName, DWORD dwMember) {
   if (!pszName) ThrowLibraryError(false, E_INVALIDARG, "when call C_KArcLinkMember::Z_AddSym");
-  if (Z_Index().count(pszName) != 0) return false;
+  if (FindSymbol(pszName) >= 0) return false;
   m_vMemberIndices.push_back(dwMember);
   Z_AppendName(pszName, strlen(pszName));
   return true;

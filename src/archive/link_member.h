@@ -8,12 +8,11 @@
 //   S names              NUL-terminated, filling the rest of the L bytes
 //
 // The names are held back to back in one owned block, each found by its start, so that opening
-// an archive of many thousands of symbols costs one copy and no allocation per name.
+// an archive of many thousands of symbols costs one copy and no allocation per name; lookups by
+// name go through a flat hash of positions, built on the first lookup.
 #pragma once
 
 #include <string>
-#include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "archive/member_header.h"
@@ -73,8 +72,11 @@ class C_KArcLinkMember : public virtual I_KArcMemberHeader, public virtual C_Exc
   void Z_AppendName(const char* pszName, std::size_t nLength);
   void Z_EraseName(DWORD dwIndex);
   void Z_Parse(const BYTE* pData, DWORD dwSize);
-  // The name index, built on demand and dropped whenever names move.
-  std::unordered_map<std::string_view, DWORD>& Z_Index();
+  // Builds the name index if it is not there.
+  void Z_Index();
+  // Places name dwIndex in the index unless a name equal to it is there (the first one stays).
+  void Z_Place(DWORD dwIndex, DWORD dwHash);
+  long Z_Probe(const char* pszName, DWORD dwHash) const;
 
   C_KArcMemberHeader m_Header;
   bool m_bValid = false;
@@ -83,7 +85,9 @@ class C_KArcLinkMember : public virtual I_KArcMemberHeader, public virtual C_Exc
   std::vector<DWORD> m_vMemberIndices;
   std::string m_sNameBytes;
   std::vector<DWORD> m_vNameAt;
-  std::unordered_map<std::string_view, DWORD> m_Index;
+  // Open addressing: each slot holds a name's hash and its position + 1 (0 for an empty slot),
+  // at most half full. Positions outlive the block moving; erasing names drops the index.
+  std::vector<std::pair<DWORD, DWORD>> m_vSlots;
+  DWORD m_dwIndexed = 0;
   bool m_bIndexed = false;
-  const char* m_pIndexedBytes = nullptr;
 };
