@@ -28,6 +28,7 @@ need libbenchmark-dev exists /usr/include/benchmark/benchmark.h
 need libclang-rt-14-dev exists /usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-x86_64.a
 need binutils has readelf
 need llvm has llvm-ar
+need hyperfine has hyperfine
 fi
 
 if ((${#packages[@]})); then
