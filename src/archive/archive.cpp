@@ -1,10 +1,10 @@
 #include "archive/archive.h"
 
-#include <cctype>
 #include <cstring>
 
 #include "frame/error.h"
 #include "frame/fileio.h"
+#include "frame/text.h"
 #include "object/kofd_elf.h"
 #include "platform/platform.h"
 #include "sections/symbol_table.h"
@@ -19,15 +19,6 @@ constexpr DWORD kNewVersion = 1;
 constexpr DWORD kHeaderWindow = 64 * 1024;
 constexpr DWORD kDataWindow = 1024 * 1024;
 constexpr DWORD kWriteBuffer = 1024 * 1024;
-
-bool EqualIgnoringCase(const char* pszFirst, const char* pszSecond) {
-  for (;; ++pszFirst, ++pszSecond) {
-    const int first = std::tolower(static_cast<unsigned char>(*pszFirst));
-    const int second = std::tolower(static_cast<unsigned char>(*pszSecond));
-    if (first != second) return false;
-    if (first == 0) return true;
-  }
-}
 
 // Runs body on an open file and closes the file if body throws.
 template <class Body>
@@ -96,7 +87,7 @@ HRESULT C_KOfdArchive::Open() {
       if (memcmp(magic, kMagic, kMagicSize) != 0) ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, GetPath());
 
       C_KArcReadWindow window(this, kHeaderWindow);
-      m_LinkMember.Read(window, this, kMagicSize);
+      m_LinkMember.Read(window, kMagicSize);
       // Every member takes a header's worth of the file at least: more offsets than that cannot
       // name members, and would only make us build objects the file does not hold.
       std::uint64_t qwFileSize = 0;
@@ -110,7 +101,7 @@ HRESULT C_KOfdArchive::Open() {
         platform::SetEndOfFileError();
         ThrowLibraryError(true, KE_READ_FAILED, "When read linker member");
       }
-      m_NameMember.Read(window, this, static_cast<DWORD>(qwNameAt));
+      m_NameMember.Read(window, static_cast<DWORD>(qwNameAt));
 
       m_vMembers.reserve(m_LinkMember.GetObjectCount());
       for (DWORD i = 0; i < m_LinkMember.GetObjectCount(); ++i) {
@@ -191,7 +182,7 @@ HRESULT C_KOfdArchive::Add(const char* pszPath, DWORD dwAttribute) {
       // The size grows for every name, listed before or not.
       dwGrowth += 4 + static_cast<DWORD>(sName.size()) + 1;
     }
-    m_LinkMember.m_Header.BuildSpecial(m_LinkMember.GetSize() + dwGrowth);
+    m_LinkMember.GetHeader().BuildSpecial(m_LinkMember.GetSize() + dwGrowth);
     if (bListed) return E_FAIL;
 
     m_vMembers.push_back(new C_KArcObjectMember);
@@ -221,7 +212,7 @@ HRESULT C_KOfdArchive::Remove(const char* pszName) {
   if (p == vOffsets.size()) return E_FAIL;
   m_LinkMember.Z_RemoveMember(p);
   vOffsets.erase(vOffsets.begin() + p);
-  m_LinkMember.m_Header.BuildSpecial(dwLinkSize - 4);
+  m_LinkMember.GetHeader().BuildSpecial(dwLinkSize - 4);
   return S_OK;
 }
 
@@ -237,8 +228,8 @@ HRESULT C_KOfdArchive::Delete(const char* pszName) {
     m_vMembers[dwMember]->Destroy();
     m_vMembers.erase(m_vMembers.begin() + dwMember);
     Z_EraseName(dwNameAt);
-    m_NameMember.m_Header.BuildSpecial(m_NameMember.GetLength());
-    m_LinkMember.m_Header.BuildSpecial(static_cast<DWORD>(m_LinkMember.DataSize()));
+    m_NameMember.GetHeader().BuildSpecial(m_NameMember.GetLength());
+    m_LinkMember.GetHeader().BuildSpecial(static_cast<DWORD>(m_LinkMember.DataSize()));
     m_LinkMember.Y_Update(*this);
     return S_OK;
   });

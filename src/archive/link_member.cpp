@@ -44,16 +44,13 @@ std::vector<BYTE> CountedWords(const std::vector<DWORD>& vWords) {
 
 HRESULT C_KArcLinkMember::Read(I_File* pFile, DWORD dwOffset) {
   C_KArcReadWindow window(pFile, kArcMemberHeaderSize);
-  return Read(window, pFile, dwOffset);
+  return Read(window, dwOffset);
 }
 
-HRESULT C_KArcLinkMember::Read(C_KArcReadWindow& window, I_File* pFile, DWORD dwOffset) {
+HRESULT C_KArcLinkMember::Read(C_KArcReadWindow& window, DWORD dwOffset) {
   m_bValid = false;
-  m_Header.Read(window, dwOffset);
-  const DWORD dwSize = m_Header.GetSize();
-  std::unique_ptr<BYTE[]> pData(ReadFileRegion(pFile, dwOffset, kArcMemberHeaderSize, dwSize));
-  if (!pData) ThrowLibraryError(true, KE_READ_FAILED, kReadContext);
-  Z_Parse(pData.get(), dwSize);
+  const std::unique_ptr<BYTE[]> pData = m_Header.ReadWithData(window, dwOffset);
+  Z_Parse(pData.get(), GetSize());
   m_bValid = true;
   return S_OK;
 }

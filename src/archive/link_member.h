@@ -19,16 +19,12 @@
 
 class C_KOfdArchive;
 
-class C_KArcLinkMember : public virtual I_KArcMemberHeader, public virtual C_Exception {
+class C_KArcLinkMember : public C_KArcMember {
  public:
-  DWORD GetSize() override { return m_Header.GetSize(); }
-  DWORD GetDate() override { return m_Header.GetDate(); }
-  DWORD GetNameIndex() override { return m_Header.GetNameIndex(); }
-
   // Reads the header at dwOffset, then Size bytes, and parses them. Counts that the data cannot
   // hold are the read failure (1016 "When read linker member").
   HRESULT Read(I_File* pFile, DWORD dwOffset);
-  HRESULT Read(C_KArcReadWindow& window, I_File* pFile, DWORD dwOffset);
+  HRESULT Read(C_KArcReadWindow& window, DWORD dwOffset);
   HRESULT Write(I_File* pFile);
   HRESULT Write(C_KArcWriter& writer);
   // An empty index (no objects, no symbols) with a header of its own.
@@ -36,7 +32,6 @@ class C_KArcLinkMember : public virtual I_KArcMemberHeader, public virtual C_Exc
   // S_OK once the member has been read or built; E_POINTER before.
   HRESULT Validate() const { return m_bValid ? S_OK : E_POINTER; }
 
-  C_KArcMemberHeader& GetHeader() { return m_Header; }
   DWORD GetVersion() const { return m_dwVersion; }
   DWORD GetObjectCount() const { return static_cast<DWORD>(m_vOffsets.size()); }
   // The member-index list and the name list have the same length in an index this library
@@ -78,7 +73,6 @@ class C_KArcLinkMember : public virtual I_KArcMemberHeader, public virtual C_Exc
   void Z_Place(DWORD dwIndex, DWORD dwHash);
   long Z_Probe(const char* pszName, DWORD dwHash) const;
 
-  C_KArcMemberHeader m_Header;
   bool m_bValid = false;
   DWORD m_dwVersion = 0;
   std::vector<DWORD> m_vOffsets;

@@ -8,6 +8,7 @@
 #include "frame/error.h"
 #include "frame/fileio.h"
 #include "platform/platform.h"
+#include "sections/section.h"
 
 namespace {
 
@@ -98,6 +99,13 @@ HRESULT C_KArcMemberHeader::Read(C_KArcReadWindow& window, DWORD dwOffset) {
   BYTE bytes[kArcMemberHeaderSize];
   if (!window.ReadAt(dwOffset, bytes, sizeof bytes)) ThrowLibraryError(true, KE_READ_FAILED, kReadContext);
   return Z_Take(bytes);
+}
+
+std::unique_ptr<BYTE[]> C_KArcMemberHeader::ReadWithData(C_KArcReadWindow& window, DWORD dwOffset) {
+  Read(window, dwOffset);
+  std::unique_ptr<BYTE[]> pData(ReadFileRegion(window.File(), dwOffset, kArcMemberHeaderSize, GetSize()));
+  if (!pData) ThrowLibraryError(true, KE_READ_FAILED, kReadContext);
+  return pData;
 }
 
 HRESULT C_KArcMemberHeader::Write(C_KArcWriter& writer, const char* pszContext) {

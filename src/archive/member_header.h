@@ -14,6 +14,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "archive/archive_io.h"
 #include "frame/exception.h"
@@ -53,8 +54,24 @@ class C_KArcMemberHeader : public virtual I_KArcMemberHeader, public virtual C_E
 
   const BYTE* GetBytes() const { return m_Bytes; }
 
+  // Reads the header at dwOffset, then the Size bytes behind it into a new zero-padded block;
+  // 1016 "When read linker member" when the file does not hold them all.
+  std::unique_ptr<BYTE[]> ReadWithData(C_KArcReadWindow& window, DWORD dwOffset);
+
  private:
   HRESULT Z_Take(const BYTE* pBytes);
 
   BYTE m_Bytes[kArcMemberHeaderSize];
+};
+
+// A member and its header: every member shows its header's numbers as its own.
+class C_KArcMember : public virtual I_KArcMemberHeader, public virtual C_Exception {
+ public:
+  DWORD GetSize() override { return m_Header.GetSize(); }
+  DWORD GetDate() override { return m_Header.GetDate(); }
+  DWORD GetNameIndex() override { return m_Header.GetNameIndex(); }
+  C_KArcMemberHeader& GetHeader() { return m_Header; }
+
+ protected:
+  C_KArcMemberHeader m_Header;
 };

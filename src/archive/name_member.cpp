@@ -4,20 +4,16 @@
 #include <memory>
 
 #include "frame/error.h"
-#include "sections/section.h"
 
 HRESULT C_KArcNameMember::Read(I_File* pFile, DWORD dwOffset) {
   C_KArcReadWindow window(pFile, kArcMemberHeaderSize);
-  return Read(window, pFile, dwOffset);
+  return Read(window, dwOffset);
 }
 
-HRESULT C_KArcNameMember::Read(C_KArcReadWindow& window, I_File* pFile, DWORD dwOffset) {
+HRESULT C_KArcNameMember::Read(C_KArcReadWindow& window, DWORD dwOffset) {
   m_bValid = false;
-  m_Header.Read(window, dwOffset);
-  const DWORD dwSize = m_Header.GetSize();
-  std::unique_ptr<BYTE[]> pData(ReadFileRegion(pFile, dwOffset, kArcMemberHeaderSize, dwSize));
-  if (!pData) ThrowLibraryError(true, KE_READ_FAILED, "When read linker member");
-  m_sBuffer.append(reinterpret_cast<const char*>(pData.get()), dwSize);
+  const std::unique_ptr<BYTE[]> pData = m_Header.ReadWithData(window, dwOffset);
+  m_sBuffer.append(reinterpret_cast<const char*>(pData.get()), GetSize());
   m_bValid = true;
   return S_OK;
 }

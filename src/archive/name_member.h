@@ -11,15 +11,11 @@
 
 class C_KOfdArchive;
 
-class C_KArcNameMember : public virtual I_KArcMemberHeader, public virtual C_Exception {
+class C_KArcNameMember : public C_KArcMember {
  public:
-  DWORD GetSize() override { return m_Header.GetSize(); }
-  DWORD GetDate() override { return m_Header.GetDate(); }
-  DWORD GetNameIndex() override { return m_Header.GetNameIndex(); }
-
   // Reads the header at dwOffset, then appends its Size bytes to the buffer.
   HRESULT Read(I_File* pFile, DWORD dwOffset);
-  HRESULT Read(C_KArcReadWindow& window, I_File* pFile, DWORD dwOffset);
+  HRESULT Read(C_KArcReadWindow& window, DWORD dwOffset);
   HRESULT Write(I_File* pFile);
   HRESULT Write(C_KArcWriter& writer);
   // Appends a name with its NUL and rebuilds the header for the new length; returns the name's
@@ -30,7 +26,6 @@ class C_KArcNameMember : public virtual I_KArcMemberHeader, public virtual C_Exc
   // S_OK once the member has been read or built; E_POINTER before.
   HRESULT Validate() const { return m_bValid ? S_OK : E_POINTER; }
 
-  C_KArcMemberHeader& GetHeader() { return m_Header; }
   DWORD GetLength() const { return static_cast<DWORD>(m_sBuffer.size()); }
   // The bytes, with a NUL kept behind the last one so that every name ends inside the buffer.
   const char* GetData() const { return m_sBuffer.c_str(); }
@@ -43,7 +38,6 @@ class C_KArcNameMember : public virtual I_KArcMemberHeader, public virtual C_Exc
  private:
   friend class C_KOfdArchive;
 
-  C_KArcMemberHeader m_Header;
   std::string m_sBuffer;
   bool m_bValid = false;
 };

@@ -29,8 +29,7 @@ class I_KArcObjectMember : public virtual I_Unknown {
   virtual HRESULT GetDocument(I_KOfdELF** ppDocument) = 0;
 };
 
-class C_KArcObjectMember : public virtual I_KArcObjectMember, public virtual I_KArcMemberHeader,
-                           public virtual C_Exception {
+class C_KArcObjectMember : public virtual I_KArcObjectMember, public C_KArcMember {
  public:
   C_KArcObjectMember();
   C_KArcObjectMember(const C_KArcObjectMember&) = delete;
@@ -41,9 +40,6 @@ class C_KArcObjectMember : public virtual I_KArcObjectMember, public virtual I_K
   const char* GetName() override;
   HRESULT GetData(const BYTE** ppData, DWORD* pdwSize) override;
   HRESULT GetDocument(I_KOfdELF** ppDocument) override;
-  DWORD GetSize() override { return m_Header.GetSize(); }
-  DWORD GetDate() override { return m_Header.GetDate(); }
-  DWORD GetNameIndex() override { return m_Header.GetNameIndex(); }
 
   // Reads the header at dwOffset of the archive at pszArchive; the bytes follow it there.
   HRESULT Read(C_KArcReadWindow& window, const char* pszArchive, DWORD dwOffset);
@@ -65,14 +61,12 @@ class C_KArcObjectMember : public virtual I_KArcObjectMember, public virtual I_K
   }
   DWORD GetNameOffset() const { return m_dwNameAt; }
   void SetOffset(DWORD dwOffset) { m_dwOffset = dwOffset; }
-  C_KArcMemberHeader& GetHeader() { return m_Header; }
 
  private:
   struct DocumentDeleter {
     void operator()(C_KOfdELF4* pDocument) const;
   };
 
-  C_KArcMemberHeader m_Header;
   DWORD m_dwOffset = 0;
   const C_KArcNameMember* m_pNames = nullptr;
   DWORD m_dwNameAt = 0;

@@ -1,9 +1,9 @@
 #include "object/kofd_elf.h"
 
-#include <cctype>
 #include <type_traits>
 
 #include "frame/error.h"
+#include "frame/text.h"
 #include "platform/platform.h"
 #include "sections/string_table.h"
 #include "sections/symbol_table.h"
@@ -12,16 +12,6 @@ namespace {
 
 // A section whose Link field holds this value has its Info section read with the program data.
 constexpr DWORD kProgramLink = 32;
-
-// Section names compare ignoring the case of ASCII letters.
-bool EqualIgnoringCase(const char* pszFirst, const char* pszSecond) {
-  for (;; ++pszFirst, ++pszSecond) {
-    const int first = std::tolower(static_cast<unsigned char>(*pszFirst));
-    const int second = std::tolower(static_cast<unsigned char>(*pszSecond));
-    if (first != second) return false;
-    if (first == 0) return true;
-  }
-}
 
 // Writes an interface pointer to the caller's out argument.
 template <class Interface>
