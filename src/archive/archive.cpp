@@ -63,6 +63,13 @@ void C_KOfdArchive::Z_DestroyMembers() {
   m_vMembers.clear();
 }
 
+C_KArcObjectMember& C_KOfdArchive::Z_AppendMember() {
+  // Room first, so that a failed allocation leaves nothing behind.
+  if (m_vMembers.size() == m_vMembers.capacity()) m_vMembers.reserve(m_vMembers.empty() ? 16 : 2 * m_vMembers.size());
+  m_vMembers.push_back(new C_KArcObjectMember);
+  return *m_vMembers.back();
+}
+
 long C_KOfdArchive::Z_FindMember(const char* pszName) const {
   if (!pszName) return -1;
   for (std::size_t i = 0; i < m_vMembers.size(); ++i) {
@@ -103,10 +110,8 @@ HRESULT C_KOfdArchive::Open() {
       }
       m_NameMember.Read(window, static_cast<DWORD>(qwNameAt));
 
-      m_vMembers.reserve(m_LinkMember.GetObjectCount());
       for (DWORD i = 0; i < m_LinkMember.GetObjectCount(); ++i) {
-        m_vMembers.push_back(new C_KArcObjectMember);
-        C_KArcObjectMember& member = *m_vMembers.back();
+        C_KArcObjectMember& member = Z_AppendMember();
         member.Read(window, GetPath(), m_LinkMember.Y_GetOffsetAt(i));
         m_NameMember.Y_GetAt(member.GetNameIndex());
         member.SetName(&m_NameMember, member.GetNameIndex());
@@ -185,8 +190,7 @@ HRESULT C_KOfdArchive::Add(const char* pszPath, DWORD dwAttribute) {
     m_LinkMember.GetHeader().BuildSpecial(m_LinkMember.GetSize() + dwGrowth);
     if (bListed) return E_FAIL;
 
-    m_vMembers.push_back(new C_KArcObjectMember);
-    C_KArcObjectMember& member = *m_vMembers.back();
+    C_KArcObjectMember& member = Z_AppendMember();
     const DWORD dwNameIndex = m_NameMember.Append(pszPath);
     member.SetName(&m_NameMember, dwNameIndex);
     member.SetSource(pszPath, 0);

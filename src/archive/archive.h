@@ -104,6 +104,7 @@ class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File {
 
  private:
   void Z_DestroyMembers();
+  C_KArcObjectMember& Z_AppendMember();
   // The index of the first member named pszName ignoring case, or -1.
   long Z_FindMember(const char* pszName) const;
   // Takes the name at dwNameAt out of the name member unless another member's name shares it.
