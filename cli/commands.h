@@ -13,5 +13,6 @@ struct CommandResult {
 void RegisterInfo(CLI::App& app, CommandResult& result);
 void RegisterReloc(CLI::App& app, CommandResult& result);
 void RegisterDump(CLI::App& app, CommandResult& result);
+void RegisterAr(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
   cli::RegisterInfo(app, result);
   cli::RegisterReloc(app, result);
   cli::RegisterDump(app, result);
+  cli::RegisterAr(app, result);
 
   try {
     app.parse(argc, argv);

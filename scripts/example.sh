@@ -13,3 +13,6 @@ run --version
 run info examples/sample.o
 run reloc examples/sample.o
 run dump examples/sample.o --file-header --section .symtab
+run ar examples/sample.a list
+run ar examples/sample.a symbols
+run ar examples/sample.a find uart_putc

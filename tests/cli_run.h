@@ -1,4 +1,4 @@
-// Runs the built kofd tool as a user runs it: output, error text and exit status.
+// Runs the built kofd tool as a user runs it, capturing its output, error text and exit status.
 #pragma once
 
 #include <sys/wait.h>
@@ -19,8 +19,15 @@ inline std::string Quoted(const std::string& sArgument) {
   return quoted + "'";
 }
 
-inline Outcome Kofd(const TempDir& dir, const std::string& sArguments) {
+// Runs a shell command, capturing what it writes; the status is -1 when the command was killed.
+inline Outcome RunShell(const TempDir& dir, const std::string& sCommand) {
   const std::string sOut = dir.Path("stdout"), sErr = dir.Path("stderr");
-  const int raw = std::system((Quoted(KOFD_CLI_PATH) + " " + sArguments + " >" + Quoted(sOut) + " 2>" + Quoted(sErr)).c_str());
-  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, TempDir::Read(sOut), TempDir::Read(sErr)};
+  const int raw = std::system(("{ " + sCommand + "; } >" + Quoted(sOut) + " 2>" + Quoted(sErr)).c_str());
+  const int status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return {status > 128 ? -1 : status, TempDir::Read(sOut), TempDir::Read(sErr)};
+}
+
+// sPrefix is shell text run before the tool in the same shell (a directory, limits, traps).
+inline Outcome Kofd(const TempDir& dir, const std::string& sArguments, const std::string& sPrefix = "") {
+  return RunShell(dir, sPrefix + Quoted(KOFD_CLI_PATH) + " " + sArguments);
 }
