@@ -8,7 +8,11 @@
 #include "commands.h"
 #include "frame/error.h"
 #include "frame/exports.h"
+#include "archive/archive.h"
+#include "archive/object_member.h"
+#include "archive/unknown_object.h"
 #include "object/kofd_elf.h"
+#include "object_file.h"
 #include "present/object_dumps.h"
 #include "report.h"
 #include "tool_output.h"
@@ -16,12 +20,28 @@
 namespace cli {
 namespace {
 
-enum class Selector { kFileHeader, kProgramHeaders, kSectionHeaders, kSection };
+enum class Selector {
+  // Of an object.
+  kFileHeader,
+  kProgramHeaders,
+  kSectionHeaders,
+  kSection,
+  // Of an archive.
+  kLinkerMember,
+  kNameMember,
+  kMember,
+  // Of any file.
+  kRaw,
+};
 
 struct Selection {
   Selector selector;
-  std::string sSection;  // for kSection: an index or a name
+  std::string sName;  // kSection: an index or a name; kMember: a member name
 };
+
+bool IsArchiveSelector(Selector selector) {
+  return selector == Selector::kLinkerMember || selector == Selector::kNameMember || selector == Selector::kMember;
+}
 
 struct FactoryDeleter {
   void operator()(I_Factory* pFactory) const { pFactory->Destroy(); }
@@ -35,6 +55,13 @@ HRESULT DumpAllOf(I_Unknown* pObject) {
   const HRESULT hr = pDump->DumpAll();
   std::cout.flush();
   return hr;
+}
+
+// DumpHead, then DumpAll, of a member whose listing has a heading of its own.
+HRESULT DumpHeadAndAll(C_KOfdDump& dump) {
+  dump.SetStream(std::cout);
+  dump.DumpHead();
+  return DumpAllOf(&dump);
 }
 
 bool IsIndex(const std::string& sSelector) {
@@ -68,8 +95,10 @@ HRESULT DumpSelection(I_KOfdELF& document, const Selection& selection) {
     case Selector::kSectionHeaders:
       document.GetSectionHeader(&pSections);
       return DumpAllOf(pSections);
+    default:
+      break;
     case Selector::kSection: {
-      const HRESULT hr = FindSelected(document, selection.sSection, &pSection);
+      const HRESULT hr = FindSelected(document, selection.sName, &pSection);
       if (hr != S_OK) return hr;
       return DumpAllOf(pSection);
     }
@@ -77,26 +106,93 @@ HRESULT DumpSelection(I_KOfdELF& document, const Selection& selection) {
   return E_FAIL;
 }
 
+// The unknown-object dump of the whole file: its heading, then its rows.
+void DumpRaw(const std::string& sPath) {
+  C_UnknownObject raw;
+  raw.AttachPath(sPath.c_str(), 0);
+  raw.Load();
+  raw.DumpHead();
+  raw.DumpAll();
+}
+
+// A member's header, then its object's whole dump.
+void DumpMember(C_KArcObjectMember& member) {
+  DumpAllOf(&member.GetHeader());
+  I_KOfdELF* pElf = nullptr;
+  const HRESULT hr = member.GetDocument(&pElf);
+  if (hr != S_OK || !pElf) ThrowLibraryError(false, hr != S_OK ? hr : E_POINTER, member.GetName());
+  DumpWholeObject(*pElf);
+}
+
+HRESULT DumpArchiveSelection(C_KOfdArchive& archive, const Selection& selection) {
+  switch (selection.selector) {
+    case Selector::kLinkerMember:
+      return DumpHeadAndAll(archive.LinkMember());
+    case Selector::kNameMember:
+      return DumpHeadAndAll(archive.NameMember());
+    default: {
+      DWORD dwIndex = 0;
+      const HRESULT hr = archive.FindMember(selection.sName.c_str(), &dwIndex);
+      if (hr != S_OK) return hr;
+      DumpMember(archive.MemberAt(dwIndex));
+      return S_OK;
+    }
+  }
+}
+
+void DumpWholeArchive(C_KOfdArchive& archive) {
+  DumpArchiveSelection(archive, {Selector::kLinkerMember, {}});
+  DumpArchiveSelection(archive, {Selector::kNameMember, {}});
+  DWORD dwCount = 0;
+  archive.GetMemberCount(&dwCount);
+  for (DWORD i = 0; i < dwCount; ++i) DumpMember(archive.MemberAt(i));
+}
+
+enum class Kind { kObject, kArchive, kOther };
+
+Kind KindOf(const std::string& sPath) {
+  std::unique_ptr<I_Factory, FactoryDeleter> factory(CreateFactory());
+  if (!factory) ThrowLibraryError(false, E_OUTOFMEMORY, sPath.c_str());
+  I_Unknown* pDocument = nullptr;
+  const char* pszInterface = nullptr;
+  if (factory->CreateInstance(sPath.c_str(), &pDocument, &pszInterface) != S_OK || !pszInterface) return Kind::kOther;
+  return std::string(pszInterface) == "I_KOfdELF" ? Kind::kObject : Kind::kArchive;
+}
+
 int RunDump(const std::string& sPath, const std::vector<Selection>& selections) {
   return RunReporting(sPath, [&] {
     // Reports go to standard error only after the output made before them.
     C_ToolOutput output;
-    std::unique_ptr<I_Factory, FactoryDeleter> factory(CreateFactory());
-    if (!factory) return ReportFailure(sPath, E_OUTOFMEMORY);
-    I_Unknown* pDocument = nullptr;
-    const char* pszInterface = nullptr;
-    factory->CreateInstance(sPath.c_str(), &pDocument, &pszInterface);
-    I_KOfdELF* pElf = dynamic_cast<I_KOfdELF*>(pDocument);
-    I_File* pFile = dynamic_cast<I_File*>(pDocument);
-    if (!pElf || !pFile) ThrowLibraryError(false, KE_NOT_OBJECT_FILE, sPath.c_str());
-    pFile->AttachPath(sPath.c_str(), 0);
-    pElf->Read();
+    // An unreadable file is reported as such, not as a file of no known kind.
+    C_File probe;
+    probe.AttachPath(sPath.c_str(), 0);
+    const Kind kind = KindOf(sPath);
+    std::unique_ptr<C_KOfdELF4> object;
+    std::unique_ptr<C_KOfdArchive> archive;
+    if (kind == Kind::kObject) {
+      object = OpenObject(sPath);
+    } else if (kind == Kind::kArchive) {
+      archive = std::make_unique<C_KOfdArchive>();
+      archive->AttachPath(sPath.c_str(), 0);
+      archive->Open();
+    }
     if (selections.empty()) {
-      DumpWholeObject(*pElf);
+      if (object) DumpWholeObject(*object);
+      else if (archive) DumpWholeArchive(*archive);
+      else DumpRaw(sPath);
       return 0;
     }
     for (const Selection& selection : selections) {
-      const HRESULT hr = DumpSelection(*pElf, selection);
+      HRESULT hr = S_OK;
+      if (selection.selector == Selector::kRaw) {
+        DumpRaw(sPath);
+      } else if (IsArchiveSelector(selection.selector)) {
+        if (!archive) ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, sPath.c_str());
+        hr = DumpArchiveSelection(*archive, selection);
+      } else {
+        if (!object) ThrowLibraryError(false, KE_NOT_OBJECT_FILE, sPath.c_str());
+        hr = DumpSelection(*object, selection);
+      }
       if (hr < 0) return ReportFailure(sPath, hr);
     }
     return 0;
@@ -109,7 +205,7 @@ void RegisterDump(CLI::App& app, CommandResult& result) {
   CLI::App* command = app.add_subcommand("dump", "Write the text dumps of FILE: without a selector its header listings and every section, else what the selectors name, in their order");
   auto path = std::make_shared<std::string>();
   auto sections = std::make_shared<std::vector<std::string>>();
-  command->add_option("FILE", *path, "The object file to dump")->required();
+  command->add_option("FILE", *path, "The object, archive or other file to dump")->required();
   CLI::Option* fileHeader = command->add_flag("--file-header", "The ELF header listing");
   CLI::Option* programHeaders =
       command->add_flag("--program-headers", "The program header listing (a failure when there is none)");
@@ -119,15 +215,27 @@ void RegisterDump(CLI::App& app, CommandResult& result) {
           ->type_name("SEL")
           ->expected(1)
           ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  CLI::Option* linkerMember = command->add_flag("--linker-member", "An archive's linker member");
+  CLI::Option* nameMember = command->add_flag("--name-member", "An archive's name member");
+  auto members = std::make_shared<std::vector<std::string>>();
+  CLI::Option* member = command->add_option("--member", *members, "An archive member's header and object, by name; repeatable")
+                            ->type_name("NAME")
+                            ->expected(1)
+                            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  CLI::Option* raw = command->add_flag("--raw", "The raw bytes of the file, sixteen a row, whatever its kind");
   command->callback([=, &result] {
     // Selectors are dumped in the order they were given.
     std::vector<Selection> selections;
-    std::size_t nSection = 0;
+    std::size_t nSection = 0, nMember = 0;
     for (const CLI::Option* pOption : command->parse_order()) {
       if (pOption == fileHeader) selections.push_back({Selector::kFileHeader, {}});
       if (pOption == programHeaders) selections.push_back({Selector::kProgramHeaders, {}});
       if (pOption == sectionHeaders) selections.push_back({Selector::kSectionHeaders, {}});
       if (pOption == section && nSection < sections->size()) selections.push_back({Selector::kSection, (*sections)[nSection++]});
+      if (pOption == linkerMember) selections.push_back({Selector::kLinkerMember, {}});
+      if (pOption == nameMember) selections.push_back({Selector::kNameMember, {}});
+      if (pOption == member && nMember < members->size()) selections.push_back({Selector::kMember, (*members)[nMember++]});
+      if (pOption == raw) selections.push_back({Selector::kRaw, {}});
     }
     result.status = RunDump(*path, selections);
   });

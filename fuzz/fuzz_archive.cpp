@@ -81,6 +81,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
   }
   for (DWORD i = 0; i < archive.MemberCount() && i < kMaxVisits; ++i) WalkMember(archive.MemberAt(i));
   Touch(archive.NameMember().GetData());
+  for (C_KOfdDump* pDump : {static_cast<C_KOfdDump*>(&link), static_cast<C_KOfdDump*>(&archive.NameMember())}) {
+    pDump->SetStream(NullStream());
+    pDump->DumpHead();
+    pDump->DumpAll();
+  }
+  for (DWORD i = 0; i < archive.MemberCount() && i < kMaxVisits; ++i) {
+    archive.MemberAt(i).GetHeader().SetStream(NullStream());
+    archive.MemberAt(i).GetHeader().DumpAll();
+  }
 
   if (archive.MemberCount() == 0) return 0;
   const std::string sFirst = archive.MemberAt(0).GetName();

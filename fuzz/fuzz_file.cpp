@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <iostream>
+#include <streambuf>
 
 const std::string& WriteFuzzInput(const std::uint8_t* pData, std::size_t nSize) {
   static const std::string sPath = [] {
@@ -15,4 +17,22 @@ const std::string& WriteFuzzInput(const std::uint8_t* pData, std::size_t nSize) 
     fclose(file);
   }
   return sPath;
+}
+
+namespace {
+
+class C_NullBuffer : public std::streambuf {
+ protected:
+  std::streamsize xsputn(const char*, std::streamsize nLength) override { return nLength; }
+  int_type overflow(int_type ch) override { return traits_type::not_eof(ch); }
+};
+
+}  // namespace
+
+std::ostream& NullStream() {
+  static C_NullBuffer buffer;
+  static std::ostream stream(&buffer);
+  static const bool bSilenced = (std::cout.rdbuf(&buffer), std::freopen("/dev/null", "w", stdout) != nullptr);
+  (void)bSilenced;
+  return stream;
 }

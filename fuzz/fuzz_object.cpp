@@ -35,20 +35,9 @@ void Touch(const T* pRecord) {
 constexpr DWORD kMaxRecords = 4096;
 DWORD Bounded(DWORD dwCount) { return dwCount < kMaxRecords ? dwCount : kMaxRecords; }
 
-// A stream buffer that takes everything and keeps nothing.
-class C_NullBuffer : public std::streambuf {
- protected:
-  std::streamsize xsputn(const char*, std::streamsize nLength) override { return nLength; }
-  int_type overflow(int_type ch) override { return traits_type::not_eof(ch); }
-};
-C_NullBuffer g_NullBuffer;
-std::ostream g_NullStream(&g_NullBuffer);
-// The header listings and the sound dumps write to std::cout: it keeps nothing either.
-const bool g_bCoutSilenced = (std::cout.rdbuf(&g_NullBuffer), true);
-
 // Every operation of a dump, records one past the end included.
 void RunDump(I_KOfdDump* pDump, DWORD dwRecords) {
-  pDump->SetStream(g_NullStream);
+  pDump->SetStream(NullStream());
   pDump->DumpHead();
   for (DWORD i = 0; i <= Bounded(dwRecords); ++i) pDump->DumpRecord(i);
   pDump->DumpAll();

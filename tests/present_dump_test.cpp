@@ -7,6 +7,7 @@
 #include <string>
 
 #include "cli_run.h"
+#include "archive_writer.h"
 #include "kelf_writer.h"
 #include "object/kofd_elf.h"
 #include "sections/kmd_tables.h"
@@ -117,7 +118,7 @@ TEST(Dump, SelectorsAreDumpedInTheOrderGivenAndFailuresReported) {
   EXPECT_EQ(none.out, "");
   EXPECT_EQ(none.err, "kofd: " + sBare + ": 0x80004003\n");
   const std::string sText = dir.Write("text", "plain text");
-  EXPECT_EQ(Kofd(dir, "dump " + Quoted(sText)).err.rfind("kofd: " + sText + ": error 1018", 0), 0u);
+  EXPECT_EQ(Kofd(dir, "dump " + Quoted(sText) + " --section 1").err.rfind("kofd: " + sText + ": error 1018", 0), 0u);
 }
 
 TEST(Dump, SampleObjectListingsAndTables) {
@@ -226,4 +227,39 @@ TEST(Dump, LinePadsWithTheStreamFillAndCutsHeaderRecordNumbers) {
   C_DumpLine(text).Dec(31, 5).Index(1000, kHeaderIndexBuffer).Index(1000, kSectionIndexBuffer).Char('\0', 2).End();
   text << 10;
   EXPECT_EQ(text.str(), std::string("***31[1000[1000]*\0\n10", 21));
+}
+
+TEST(Dump, ArchiveMembersAndRawBytes) {
+  TempDir dir;
+  ObjectBuilder object;
+  object.AddSection({".text", kShtPrgbit, 6, 0, 0, 0, 4, 0, Words({0x12345678}), {}, {}, {}});
+  const Bytes member = object.Build();
+  ArchiveBuilder builder;
+  builder.AddMember("a.o", member, 1700000000);
+  builder.AddMember("b.o", member, 1700000001);
+  builder.AddSymbol("alpha", 0).AddSymbol("beta", 0).AddSymbol("gamma", 1);
+  ArchiveLayout layout;
+  const std::string sArchive = Quoted(dir.Write("lib.a", AsString(builder.Build(&layout))));
+  const std::string a = std::to_string(layout.memberHeaders[0]), b = std::to_string(layout.memberHeaders[1]);
+  const Outcome objectDump = Kofd(dir, "dump " + Quoted(dir.Write("b.o", AsString(member))));
+
+  const Outcome selected = Kofd(dir, "dump " + sArchive + " --linker-member --name-member --member B.O", "TZ=UTC ");
+  EXPECT_EQ(selected.status, 0) << selected.err;
+  EXPECT_EQ(selected.out, "Linker Member\n\nVersion = 1\nNumber of objects = 2\nNumber of Global Symbols = 3\n\n"
+                          "[0]\t" + a + "\n[1]\t" + b + "\n\n"
+                          "[0]\t" + a + "\talpha\n[1]\t" + a + "\tbeta\n[2]\t" + b + "\tgamma\n\n"
+                          "Name Member\n\n[0]a.o\n[4]b.o\n"
+                          "Member Header\n\nName Index = 4\nDate = Tue Nov 14 22:13:21 2023\n\nSize = " +
+                              std::to_string(member.size()) + "\n\n" + objectDump.out);
+  EXPECT_EQ(Kofd(dir, "dump " + sArchive + " --member c.o").status, 1);
+  EXPECT_EQ(Kofd(dir, "dump " + sArchive + " --section 1").status, 1);
+
+  // Each row shows the sixteen bytes after its address; a file of no known kind gets the rows
+  // without asking.
+  const std::string sRaw = Quoted(dir.Write("raw.bin", "ABCDEFGHIJKLMNO!Q"));
+  const std::string sRows = "Address\tRaw Data\n\n"
+                            "00000000\t42 43 44 45 46 47 48 49 - 4A 4B 4C 4D 4E 4F 21 51BCDEFGHIJKLMNO.Q\n"
+                            "00000010\t20 20 20 20 20 20 20 20 - 20 20 20 20 20 20 20 20\n";
+  EXPECT_EQ(Kofd(dir, "dump " + sRaw).out, sRows);
+  EXPECT_EQ(Kofd(dir, "dump --raw " + sArchive).out.substr(0, 47), "Address\tRaw Data\n\n00000000\t3C 61 72 63 68 3E 0A");
 }

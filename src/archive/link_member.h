@@ -19,8 +19,12 @@
 
 class C_KOfdArchive;
 
-class C_KArcLinkMember : public C_KArcMember {
+class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
  public:
+  // The listing goes to std::cout; an invalid member writes nothing and answers its Validate.
+  HRESULT DumpHead() override;
+  HRESULT DumpAll() override;
+
   // Reads the header at dwOffset, then Size bytes, and parses them. Counts that the data cannot
   // hold are the read failure (1016 "When read linker member").
   HRESULT Read(I_File* pFile, DWORD dwOffset);

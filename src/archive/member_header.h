@@ -19,6 +19,7 @@
 #include "archive/archive_io.h"
 #include "frame/exception.h"
 #include "frame/file.h"
+#include "present/dump.h"
 
 constexpr DWORD kArcMemberHeaderSize = 60;
 
@@ -30,9 +31,12 @@ class I_KArcMemberHeader : public virtual I_Unknown {
   virtual DWORD GetNameIndex() = 0;
 };
 
-class C_KArcMemberHeader : public virtual I_KArcMemberHeader, public virtual C_Exception {
+class C_KArcMemberHeader : public virtual I_KArcMemberHeader, public virtual C_Exception, public virtual C_KOfdDump {
  public:
   C_KArcMemberHeader();
+
+  HRESULT DumpHead() override;
+  HRESULT DumpAll() override;
 
   DWORD GetSize() override;
   DWORD GetDate() override;

@@ -11,8 +11,11 @@
 
 class C_KOfdArchive;
 
-class C_KArcNameMember : public C_KArcMember {
+class C_KArcNameMember : public C_KArcMember, public virtual C_KOfdDump {
  public:
+  HRESULT DumpHead() override;
+  HRESULT DumpAll() override;
+
   // Reads the header at dwOffset, then appends its Size bytes to the buffer.
   HRESULT Read(I_File* pFile, DWORD dwOffset);
   HRESULT Read(C_KArcReadWindow& window, DWORD dwOffset);

@@ -6,6 +6,7 @@
 
 #include "frame/exception.h"
 #include "frame/file.h"
+#include "present/dump.h"
 #include "sections/storage.h"
 
 class I_UnknownObject : public virtual I_Unknown {
@@ -20,8 +21,13 @@ class I_UnknownObject : public virtual I_Unknown {
   virtual HRESULT Save() = 0;
 };
 
-class C_UnknownObject : public virtual I_UnknownObject, public virtual C_File {
+class C_UnknownObject : public virtual I_UnknownObject, public virtual C_File, public virtual C_KOfdDump {
  public:
+  // Rows of sixteen bytes, printf-style to stdout; each row shows the bytes after its address.
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwRow) override;
+  HRESULT DumpAll() override;
+
   // Both the object's open and its file's.
   HRESULT Open(DWORD dwMode) override;
   HRESULT Load() override;
