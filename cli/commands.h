@@ -12,5 +12,6 @@ struct CommandResult {
 
 void RegisterInfo(CLI::App& app, CommandResult& result);
 void RegisterReloc(CLI::App& app, CommandResult& result);
+void RegisterBrowse(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   cli::CommandResult result;
   cli::RegisterInfo(app, result);
   cli::RegisterReloc(app, result);
+  cli::RegisterBrowse(app, result);
 
   try {
     app.parse(argc, argv);

@@ -137,3 +137,21 @@ TEST(Cli, RelocListsValuesAndExpressionsAndAppliesThemToACopy) {
             "kofd: " + sObject + ": section 1 is not a relocation section of type 22\n");
   EXPECT_EQ(Kofd(dir, "reloc " + Quoted(sObject) + " --apply word").status, 2);
 }
+
+// The listing of every item is the golden text that the DLL suite also reads off the real Win32
+// controls for the same object.
+TEST(Cli, BrowseRendersTheTreeAndTheListsOfItsItems) {
+  TempDir dir;
+  const std::string sSample = Quoted(std::string(KOFD_SOURCE_DIR) + "/examples/sample.o");
+  const Outcome all = Kofd(dir, "browse " + sSample + " --all");
+  EXPECT_EQ(all.status, 0) << all.err;
+  EXPECT_EQ(all.out, TempDir::Read(std::string(KOFD_SOURCE_DIR) + "/tests/golden/browse_sample_o.txt"));
+  const Outcome tree = Kofd(dir, "browse " + sSample);
+  EXPECT_EQ(tree.out, all.out.substr(0, all.out.find("\n\n") + 1));
+  EXPECT_EQ(Kofd(dir, "browse " + sSample + " --select '.BANKINFO'").out,
+            "Address  Bank\n0        0\n100      0\n4000     1\n8000     2\nc000     3\n");
+  EXPECT_EQ(Kofd(dir, "browse " + sSample + " --select .none").err, "kofd: " + std::string(KOFD_SOURCE_DIR) +
+                                                                        "/examples/sample.o: no item .none in the tree\n");
+  EXPECT_EQ(Kofd(dir, "browse " + sSample + " --all --select x").status, 2);
+  EXPECT_EQ(Kofd(dir, "browse --help").status, 0);
+}
