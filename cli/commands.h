@@ -12,6 +12,8 @@ struct CommandResult {
 
 void RegisterInfo(CLI::App& app, CommandResult& result);
 void RegisterReloc(CLI::App& app, CommandResult& result);
+void RegisterDump(CLI::App& app, CommandResult& result);
+void RegisterAr(CLI::App& app, CommandResult& result);
 void RegisterBrowse(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

@@ -16,6 +16,8 @@ int main(int argc, char** argv) {
   cli::CommandResult result;
   cli::RegisterInfo(app, result);
   cli::RegisterReloc(app, result);
+  cli::RegisterDump(app, result);
+  cli::RegisterAr(app, result);
   cli::RegisterBrowse(app, result);
 
   try {

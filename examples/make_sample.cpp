@@ -1,8 +1,11 @@
 // Writes examples/sample.o: a small but realistic KELF object of the kind the toolchain emits
-// for a blinking-LED program with a beep, used by the README and as a fuzzing seed.
+// for a blinking-LED program with a beep, used by the README and as a fuzzing seed; and the
+// driver objects that examples/make_archive.sh puts beside it in examples/sample.a.
 //
 // Usage: kofd_make_sample OUTPUT
+//        kofd_make_sample --library DIRECTORY     (writes uart.o, timer.o and music.o there)
 #include <cstdio>
+#include <initializer_list>
 #include <string>
 
 #include "kelf_writer.h"
@@ -28,11 +31,48 @@ Bytes SoundBytes(std::uint32_t count) {
   return out;
 }
 
+struct Function {
+  const char* pszName;
+  std::uint32_t dwSize;
+};
+
+// A driver object: its functions laid out one after another in .text, all global.
+void WriteDriver(const std::string& sPath, std::uint32_t dwSeed, std::initializer_list<Function> functions) {
+  std::uint32_t dwCode = 0;
+  for (const Function& function : functions) dwCode += function.dwSize;
+  ObjectBuilder object;
+  object.Header().chip = 0x6E;
+  object.Header().version = 2;
+  const std::size_t text = object.AddSection({".text", kShtPrgbit, 6, 0, 0, 0, 4, 0, CodeWords(dwCode / 4, dwSeed), {}, {}, {}});
+  StringTable names = StringTable::WithNul();
+  Bytes symbols = Sym(0, 0, 0, kStbLocal, kSttNoType, 0, kShnUndef);
+  Append(symbols, Sym(names.Add(".text"), 0, 0, kStbLocal, kSttSection, 0, static_cast<std::uint16_t>(text)));
+  std::uint32_t dwAt = 0;
+  for (const Function& function : functions) {
+    Append(symbols, Sym(names.Add(function.pszName), dwAt, function.dwSize, kStbGlobal, kSttFunction, 0,
+                        static_cast<std::uint16_t>(text)));
+    dwAt += function.dwSize;
+  }
+  const std::size_t symstr = object.AddSection({".symstrtab", kShtStrtab, 0, 0, 0, 0, 1, 0, names.Data(), {}, {}, {}});
+  object.AddSection({".symtab", kShtSymtab, 0, 0, static_cast<std::uint32_t>(symstr), 2, 4, 16, symbols, {}, {}, {}});
+  object.WriteFile(sPath);
+}
+
+void WriteLibrary(const std::string& sDirectory) {
+  WriteDriver(sDirectory + "/uart.o", 11, {{"uart_init", 0x30}, {"uart_putc", 0x20}, {"uart_getc", 0x24}});
+  WriteDriver(sDirectory + "/timer.o", 23, {{"timer_start", 0x18}, {"timer_stop", 0x10}, {"tick_isr", 0x40}});
+  WriteDriver(sDirectory + "/music.o", 37, {{"play_tune", 0x80}, {"stop_tune", 0x14}});
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 3 && std::string(argv[1]) == "--library") {
+    WriteLibrary(argv[2]);
+    return 0;
+  }
   if (argc != 2) {
-    fprintf(stderr, "usage: kofd_make_sample OUTPUT\n");
+    fprintf(stderr, "usage: kofd_make_sample OUTPUT | --library DIRECTORY\n");
     return 2;
   }
   ObjectBuilder object;

@@ -1,7 +1,9 @@
 // Opens the input as a KELF object and walks every section and every record through the
-// public interfaces, reading every byte and string they hand out.
+// public interfaces, reading every byte and string they hand out; then runs every dump on it,
+// writing to a stream that keeps nothing.
 #include <cstdint>
 #include <cstring>
+#include <iostream>
 #include <stdexcept>
 
 #include "frame/exception.h"
@@ -9,6 +11,7 @@
 #include "object/kofd_elf.h"
 #include "platform/control_model.h"
 #include "reloc/relocation_tables.h"
+#include "present/object_dumps.h"
 #include "sections/bank_table.h"
 #include "sections/kmd_tables.h"
 #include "sections/line_table.h"
@@ -32,6 +35,34 @@ void Touch(const T* pRecord) {
 // At most this many records of one table are visited, so that a large valid input stays fast.
 constexpr DWORD kMaxRecords = 4096;
 DWORD Bounded(DWORD dwCount) { return dwCount < kMaxRecords ? dwCount : kMaxRecords; }
+
+// A stream buffer that takes everything and keeps nothing.
+class C_NullBuffer : public std::streambuf {
+ protected:
+  std::streamsize xsputn(const char*, std::streamsize nLength) override { return nLength; }
+  int_type overflow(int_type ch) override { return traits_type::not_eof(ch); }
+};
+C_NullBuffer g_NullBuffer;
+std::ostream g_NullStream(&g_NullBuffer);
+// The header listings and the sound dumps write to std::cout: it keeps nothing either.
+const bool g_bCoutSilenced = (std::cout.rdbuf(&g_NullBuffer), true);
+
+// Every operation of a dump, records one past the end included.
+void RunDump(I_KOfdDump* pDump, DWORD dwRecords) {
+  pDump->SetStream(g_NullStream);
+  pDump->DumpHead();
+  for (DWORD i = 0; i <= Bounded(dwRecords); ++i) pDump->DumpRecord(i);
+  pDump->DumpAll();
+}
+
+void RunEveryDump(C_KOfdELFX2& document) {
+  for (I_KOfdDump* pDump : GetDumpParts(document)) {
+    // Record numbers, word numbers and string offsets all lie below a section's size.
+    I_KOfdSection* pSection = dynamic_cast<I_KOfdSection*>(pDump);
+    RunDump(pDump, pSection ? pSection->GetSize() : 1);
+  }
+  document.DumpFile("/dev/null");
+}
 
 void WalkSymbols(C_KOfdSymbolTable* pSymbols) {
   DWORD dwCount = 0;
@@ -215,7 +246,7 @@ void RunEveryView(C_KOfdELF& document) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
   const std::string& sPath = WriteFuzzInput(pData, nSize);
-  C_KOfdELF4 document;
+  C_KOfdELFX2 document;
   try {
     document.AttachPath(sPath.c_str(), 0);
     document.Read();
@@ -242,5 +273,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
 
   DWORD dwMemory = 0;
   document.GetLoadableMemorySize(&dwMemory);
+  RunEveryDump(document);
   return 0;
 }

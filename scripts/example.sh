@@ -12,3 +12,7 @@ run() { printf '$ kofd %s\n' "$*"; "$kofd" "$@"; }
 run --version
 run info examples/sample.o
 run reloc examples/sample.o
+run dump examples/sample.o --file-header --section .symtab
+run ar examples/sample.a list
+run ar examples/sample.a symbols
+run ar examples/sample.a find uart_putc

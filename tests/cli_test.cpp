@@ -1,35 +1,11 @@
 // The kofd tool, run as a user runs it: output, error text and exit status.
-#include <sys/wait.h>
-
-#include <cstdlib>
 #include <fstream>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "frame_temp_dir.h"
+#include "cli_run.h"
 #include "kelf_writer.h"
-
-namespace {
-
-struct Outcome {
-  int status;
-  std::string out, err;
-};
-
-std::string Quoted(const std::string& sArgument) {
-  std::string quoted = "'";
-  for (char ch : sArgument) quoted += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
-  return quoted + "'";
-}
-
-Outcome Kofd(const TempDir& dir, const std::string& sArguments) {
-  const std::string sOut = dir.Path("stdout"), sErr = dir.Path("stderr");
-  const int raw = std::system((Quoted(KOFD_CLI_PATH) + " " + sArguments + " >" + Quoted(sOut) + " 2>" + Quoted(sErr)).c_str());
-  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, TempDir::Read(sOut), TempDir::Read(sErr)};
-}
-
-}  // namespace
 
 TEST(Cli, VersionPrintsTheBanner) {
   TempDir dir;
@@ -142,16 +118,16 @@ TEST(Cli, RelocListsValuesAndExpressionsAndAppliesThemToACopy) {
 // controls for the same object.
 TEST(Cli, BrowseRendersTheTreeAndTheListsOfItsItems) {
   TempDir dir;
-  const std::string sSample = Quoted(std::string(KOFD_SOURCE_DIR) + "/examples/sample.o");
+  const std::string sSample = Quoted(std::string(KOFD_EXAMPLES_DIR) + "/sample.o");
   const Outcome all = Kofd(dir, "browse " + sSample + " --all");
   EXPECT_EQ(all.status, 0) << all.err;
-  EXPECT_EQ(all.out, TempDir::Read(std::string(KOFD_SOURCE_DIR) + "/tests/golden/browse_sample_o.txt"));
+  EXPECT_EQ(all.out, TempDir::Read(std::string(KOFD_GOLDEN_DIR) + "/browse_sample_o.txt"));
   const Outcome tree = Kofd(dir, "browse " + sSample);
   EXPECT_EQ(tree.out, all.out.substr(0, all.out.find("\n\n") + 1));
   EXPECT_EQ(Kofd(dir, "browse " + sSample + " --select '.BANKINFO'").out,
             "Address  Bank\n0        0\n100      0\n4000     1\n8000     2\nc000     3\n");
-  EXPECT_EQ(Kofd(dir, "browse " + sSample + " --select .none").err, "kofd: " + std::string(KOFD_SOURCE_DIR) +
-                                                                        "/examples/sample.o: no item .none in the tree\n");
+  EXPECT_EQ(Kofd(dir, "browse " + sSample + " --select .none").err, "kofd: " + std::string(KOFD_EXAMPLES_DIR) +
+                                                                        "/sample.o: no item .none in the tree\n");
   EXPECT_EQ(Kofd(dir, "browse " + sSample + " --all --select x").status, 2);
   EXPECT_EQ(Kofd(dir, "browse --help").status, 0);
 }

@@ -1,9 +1,124 @@
 // The static-library archive document.
+//
+//   0              "!<arch>\n"
+//   8              linker member: header (60) + L bytes (offsets and global symbols)
+//   68 + L         name member: header (60) + M bytes (member names)
+//   128 + L + M    object members, each a header (60) and its bytes, back to back
+//
+// The object members are found only through the offsets the linker member stores.
 #pragma once
 
+#include <string>
+#include <vector>
+
+#include "archive/link_member.h"
+#include "archive/name_member.h"
+#include "archive/object_member.h"
 #include "frame/exception.h"
 #include "frame/file.h"
 
-class I_KOfdArchive : public virtual I_Unknown {};
+class I_KOfdELF;
 
-class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File {};
+// What FindSymbol reports: the defining symbol's section index, its info byte, value and size
+// as the member's object holds them (0, 0, 0xFFFFFFFF, 0xFFFFFFFF when the object does not
+// hold it), and a fifth argument, 0.
+class I_KArcSymbolCallback {
+ public:
+  virtual HRESULT OnSymbol(DWORD dwSection, DWORD dwInfo, DWORD dwValue, DWORD dwSize, DWORD dwReserved) = 0;
+
+ protected:
+  virtual ~I_KArcSymbolCallback() = default;
+};
+
+class I_KOfdArchive : public virtual I_Unknown {
+ public:
+  // Reads the archive at the document's path: magic, linker member, name member and the header
+  // of every object member; throws on failure.
+  virtual HRESULT Open() = 0;
+  // Reports the member that defines pszName (case-sensitive) to the callback; nothing happens
+  // when the callback is null or no member does.
+  virtual void FindSymbol(const char* pszName, I_KArcSymbolCallback* pCallback) = 0;
+  // The same, for a callback object reached by run-time conversion; any other object is ignored.
+  virtual void FindSymbol(const char* pszName, I_Unknown* pCallback) = 0;
+  // Appends the object file at pszPath, named by pszPath, and lists its defined global symbols.
+  // E_FAIL when it defines a symbol the archive already lists: no member is added, but the
+  // linker member keeps an extra offset and the names it took.
+  virtual HRESULT Add(const char* pszPath, DWORD dwAttribute) = 0;
+  // Takes the first member named pszName (ignoring case) out of the linker member only.
+  virtual HRESULT Remove(const char* pszName) = 0;
+  // Rewrites the archive at its own path, in place.
+  virtual HRESULT Save() = 0;
+  // Empties the name member, destroys the object members and closes the file.
+  virtual HRESULT Close() = 0;
+
+  // A new archive without members, to be saved at the document's path.
+  virtual HRESULT Create() = 0;
+  // Writes the archive to pszPath, leaving the document's own file as it is.
+  virtual HRESULT SaveAs(const char* pszPath) = 0;
+  // Deletes the first member named pszName (ignoring case) with its name and its symbols,
+  // renumbers the symbols of the later members and recomputes the offsets: the archive stays
+  // whole, every other member keeping its bytes.
+  virtual HRESULT Delete(const char* pszName) = 0;
+  virtual HRESULT GetMemberCount(DWORD* pdwCount) = 0;
+  // Member dwIndex in member order; 0x800403F1 past the end.
+  virtual HRESULT GetMember(DWORD dwIndex, I_KArcObjectMember** ppMember) = 0;
+  // The index of the first member named pszName ignoring case; E_FAIL when there is none.
+  virtual HRESULT FindMember(const char* pszName, DWORD* pdwIndex) = 0;
+  // The member index the linker member stores for the first symbol named pszName
+  // (case-sensitive), or -1 when no symbol has that name.
+  virtual HRESULT FindSymbolMember(const char* pszName, long* plMember) = 0;
+  virtual HRESULT GetLinkMember(C_KArcLinkMember** ppMember) = 0;
+  virtual HRESULT GetNameMember(C_KArcNameMember** ppMember) = 0;
+};
+
+class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File {
+ public:
+  C_KOfdArchive() = default;
+  C_KOfdArchive(const C_KOfdArchive&) = delete;
+  C_KOfdArchive& operator=(const C_KOfdArchive&) = delete;
+  ~C_KOfdArchive() override;
+
+  HRESULT Open() override;
+  void FindSymbol(const char* pszName, I_KArcSymbolCallback* pCallback) override;
+  void FindSymbol(const char* pszName, I_Unknown* pCallback) override;
+  HRESULT Add(const char* pszPath, DWORD dwAttribute) override;
+  HRESULT Remove(const char* pszName) override;
+  HRESULT Save() override;
+  // Both the document's Close and its file's: the file layer's own close is C_File::Close.
+  HRESULT Close() override;
+  HRESULT Create() override;
+  HRESULT SaveAs(const char* pszPath) override;
+  HRESULT Delete(const char* pszName) override;
+  HRESULT GetMemberCount(DWORD* pdwCount) override;
+  HRESULT GetMember(DWORD dwIndex, I_KArcObjectMember** ppMember) override;
+  HRESULT FindMember(const char* pszName, DWORD* pdwIndex) override;
+  HRESULT FindSymbolMember(const char* pszName, long* plMember) override;
+  HRESULT GetLinkMember(C_KArcLinkMember** ppMember) override;
+  HRESULT GetNameMember(C_KArcNameMember** ppMember) override;
+  using C_File::Open;
+
+  DWORD MemberCount() const { return static_cast<DWORD>(m_vMembers.size()); }
+  C_KArcObjectMember& MemberAt(DWORD dwIndex) { return *m_vMembers[dwIndex]; }
+  C_KArcNameMember& NameMember() { return m_NameMember; }
+  C_KArcLinkMember& LinkMember() { return m_LinkMember; }
+
+ private:
+  void Z_DestroyMembers();
+  C_KArcObjectMember& Z_AppendMember();
+  // The index of the first member named pszName ignoring case, or -1.
+  long Z_FindMember(const char* pszName) const;
+  // Takes the name at dwNameAt out of the name member unless another member's name shares it.
+  void Z_EraseName(DWORD dwNameAt);
+  // Loads the bytes of every member that does not hold them yet, before a file is rewritten.
+  void Z_LoadAll();
+  // Writes the whole archive to a file opened for writing; bInPlace names the document's own.
+  void Z_Write(I_File& file, const char* pszName, bool bInPlace);
+
+  C_KArcLinkMember m_LinkMember;
+  C_KArcNameMember m_NameMember;
+  std::vector<C_KArcObjectMember*> m_vMembers;
+};
+
+// The names of the global symbols pDocument defines, in symbol order: every symbol from the
+// symbol table's first global on whose section index is neither 0 nor 0xFFFF.
+HRESULT CollectDefinedGlobals(I_KOfdELF* pDocument, std::vector<std::string>* pvNames);

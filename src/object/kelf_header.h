@@ -17,6 +17,7 @@
 #include "frame/file.h"
 #include "object/kelf_records.h"
 #include "present/browse.h"
+#include "present/dump.h"
 
 class I_KOfdStringTable;
 
@@ -97,7 +98,9 @@ class C_KElfSignature : public virtual I_KElfSignature, public virtual C_Excepti
   std::unique_ptr<BYTE[]> m_pIdent;
 };
 
-class C_KElfHeader : public virtual I_KElfHeader, public virtual C_Exception, public virtual C_Browse {
+// The header classes dump as listings to std::cout; DumpHead and DumpRecord stay E_FAIL.
+class C_KElfHeader : public virtual I_KElfHeader, public virtual C_Exception, public virtual C_KOfdDump,
+                    public virtual C_Browse {
  public:
   C_KElfHeader() = default;
   C_KElfHeader(const C_KElfHeader&) = delete;
@@ -118,6 +121,8 @@ class C_KElfHeader : public virtual I_KElfHeader, public virtual C_Exception, pu
   HRESULT Write(I_File*) override { return E_FAIL; }
   HRESULT GetSignature(I_KElfSignature** ppSignature) override;
   HRESULT GetRecord(KEL_EHDR** ppRecord) override;
+  // "ELF Header Information" and the file header block; E_POINTER when no header is held.
+  HRESULT DumpAll() override;
 
   C_KElfSignature& Signature() { return m_Signature; }
   // The record, or null.
@@ -135,7 +140,7 @@ class C_KElfHeader : public virtual I_KElfHeader, public virtual C_Exception, pu
 // A table of fixed-size records read in one block at base + offset, behind one of the table
 // interfaces above.
 template <class T, class Interface>
-class C_KElfRecordTable : public virtual Interface, public virtual C_Exception {
+class C_KElfRecordTable : public virtual Interface, public virtual C_Exception, public virtual C_KOfdDump {
  public:
   C_KElfRecordTable() = default;
   C_KElfRecordTable(const C_KElfRecordTable&) = delete;
@@ -192,6 +197,9 @@ class C_KElfProgramHeader : public C_KElfRecordTable<KEL_PHDR, I_KElfProgramHead
   HRESULT GetLoadableMemorySize(DWORD* pdwSize) override;
   HRESULT ReadSegment(I_File* pFile, DWORD dwBase, DWORD dwIndex) override;
   HRESULT GetSegment(DWORD dwIndex, const BYTE** ppData, DWORD* pdwSize) override;
+  // "ELF Program Header" and the line of the first program header, without its number;
+  // E_POINTER, writing nothing, when there is none.
+  HRESULT DumpAll() override;
 
  private:
   struct Segment {
@@ -213,6 +221,8 @@ class C_KElfSectionHeader : public C_KElfRecordTable<KEL_SHDR, I_KElfSectionHead
   HRESULT Read(I_File* pFile, DWORD dwBase) override;
   HRESULT Clear() override;
   HRESULT GetSectionName(DWORD dwIndex, const char** ppszName) override;
+  // The section header table: heading, titles, one line per section header held.
+  HRESULT DumpAll() override;
 
   // The section-name table (owned by the document), or null.
   void SetStringTable(I_KOfdStringTable* pStrings) { m_pStrings = pStrings; }

@@ -53,7 +53,13 @@ class I_KOfdELF2 : public virtual I_KOfdELF {};
 class I_KOfdELF3 : public virtual I_KOfdELF2 {};
 class I_KOfdELF4 : public virtual I_KOfdELF3 {};
 class I_KOfdELFX : public virtual I_KOfdELF4 {};
-class I_KOfdELFX2 : public virtual I_KOfdELFX {};
+class I_KOfdELFX2 : public virtual I_KOfdELFX {
+ public:
+  // Appends the whole-file dump (file header, program headers, section headers, symbols) to
+  // the named file. E_FAIL, writing nothing, when the file cannot be opened; E_POINTER when
+  // no file header has been read.
+  virtual HRESULT DumpFile(const char* pszFileName) = 0;
+};
 
 // Bits of a section's state word.
 enum : DWORD {
@@ -164,6 +170,9 @@ class C_KOfdELF4 : public virtual I_KOfdELF4, public C_KOfdELF3 {
 class C_KOfdELFX : public virtual I_KOfdELFX, public C_KOfdELF4 {};
 
 class C_KOfdELFX2 : public virtual I_KOfdELFX2, public C_KOfdELFX {
+ public:
+  HRESULT DumpFile(const char* pszFileName) override;
+
  private:
   C_Messenger m_Messenger;
 };

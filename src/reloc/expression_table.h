@@ -53,6 +53,8 @@ class C_KOfdExpressionTable : public virtual I_KOfdExpressionTable, public C_KOf
   HRESULT GetAt(DWORD dwIndex, KEL_EXP** ppRecord) override { return C_BaseTable<KEL_EXP>::GetAt(dwIndex, ppRecord); }
   HRESULT GetSymbol(DWORD dwIndex, const char** ppszName, ELF32_SYM** ppSymbol) override;
   HRESULT GetSymbolTable(I_KOfdSymbolTable** ppTable) override;
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
 
   // True when a SYM record names a symbol called pszName, letter case ignored.
   bool NamesSymbol(const char* pszName);

@@ -95,6 +95,8 @@ class C_KOfdRelxeTable : public virtual I_KOfdRelxeTable,
   HRESULT GetWordTarget(DWORD dwIndex, DWORD** ppWord) override;
   HRESULT GetExpressionTable(I_KOfdExpressionTable** ppTable) override;
   HRESULT GetProgramTable(I_KOfdProgramTable** ppTable) override;
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
 };
 
 class C_KOfdRelxebTable : public virtual I_KOfdRelxebTable,
@@ -117,6 +119,8 @@ class C_KOfdRelxebTable : public virtual I_KOfdRelxebTable,
   HRESULT GetExpressionTable(I_KOfdExpressionTable** ppTable) override;
   HRESULT GetProgramTable(I_KOfdProgramTable** ppTable) override;
   HRESULT Relocate(DWORD dwMode, I_KOfdRelocationSink* pSink) override;
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
   using C_BaseTable<KEL_RELXEB>::GetCount;
 
  private:

@@ -14,4 +14,7 @@ class C_KOfdBankTable : public virtual I_KOfdBankTable, public virtual C_KOfdSec
   HRESULT FillList() override;
 
   ~C_KOfdBankTable() override;
+
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
 };

@@ -74,6 +74,8 @@ class C_BaseTable : public virtual I_BaseTable<T> {
     m_Blocks.push_back(std::move(block));
   }
   T* Y_Record(DWORD dwIndex) const { return m_vRecords[dwIndex]; }
+  // Record dwIndex, or null past the end.
+  T* Y_RecordOrNull(DWORD dwIndex) const { return dwIndex < m_vRecords.size() ? m_vRecords[dwIndex] : nullptr; }
 
  private:
   // Records live in blocks whose addresses never change as records are added, so a record's
@@ -123,6 +125,8 @@ class C_KOfdSectionTable : public virtual I_KOfdStorage, public virtual C_KOfdSe
   }
 
   bool IsLoaded() const { return m_bLoaded; }
+
+  HRESULT DumpAll() override { return DumpRecordTable(*this, *this, this->GetCount()); }
 
  private:
   static std::string Z_TypeName() { return DisplayTypeName(typeid(T)); }

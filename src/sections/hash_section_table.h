@@ -47,6 +47,13 @@ class C_KOfdIndexedSectionTable : public virtual C_KOfdSectionTable<T> {
   virtual HRESULT SetNameOffset(T* pRecord, DWORD dwOffset) = 0;
   virtual DWORD GetNameOffset(const T* pRecord) = 0;
 
+  // The record's name, or "" when the table is linked to no string table or the offset lies
+  // outside it.
+  const char* GetRecordName(const T* pRecord) {
+    C_KOfdStringTable* pStrings = Y_GetStringTable();
+    return pStrings ? pStrings->GetStringAt(GetNameOffset(pRecord)) : "";
+  }
+
  protected:
   // The linked section as a string table, or null.
   C_KOfdStringTable* Y_GetStringTable() { return m_Strings.Get(this->GetLinkedSection()); }
@@ -114,7 +121,7 @@ class C_KOfdMultiHashSectionTable : public virtual C_KOfdIndexedSectionTable<T, 
   virtual HRESULT FindName(const char* pszName, const char** ppszStored, T** ppRecord) {
     T* pRecord = nullptr;
     if (!pszName || this->Y_Index().FindNth(pszName, 0, &pRecord) != S_OK) return E_FAIL;
-    if (ppszStored) *ppszStored = Z_Name(pRecord);
+    if (ppszStored) *ppszStored = this->GetRecordName(pRecord);
     if (ppRecord) *ppRecord = pRecord;
     return S_OK;
   }
@@ -135,11 +142,5 @@ class C_KOfdMultiHashSectionTable : public virtual C_KOfdIndexedSectionTable<T, 
   DWORD CountOf(const char* pszName) { return pszName ? this->Y_Index().CountOf(pszName) : 0; }
   HRESULT FindNth(const char* pszName, DWORD dwNth, T** ppRecord) {
     return pszName ? this->Y_Index().FindNth(pszName, dwNth, ppRecord) : E_FAIL;
-  }
-
- private:
-  const char* Z_Name(const T* pRecord) {
-    C_KOfdStringTable* pStrings = this->Y_GetStringTable();
-    return pStrings ? pStrings->GetStringAt(this->GetNameOffset(pRecord)) : "";
   }
 };

@@ -9,7 +9,7 @@ HRESULT C_KOfdKmdInfoTable::GetKdmWithName(DWORD dwIndex, const char** ppszName,
   return GuardAllocation(*this, [&] {
     KEL_KMDINFO* pEntry = nullptr;
     GetAt(dwIndex, &pEntry);
-    if (ppszName) *ppszName = GetRecordName(*this, pEntry);
+    if (ppszName) *ppszName = GetRecordName(pEntry);
     if (ppEntry) *ppEntry = pEntry;
     return S_OK;
   });

@@ -36,6 +36,10 @@ class C_KOfdKmdInfoTable : public virtual I_KOfdKmdInfoTable, public virtual C_K
 
   HRESULT SetNameOffset(KEL_KMDINFO* pEntry, DWORD dwOffset) override;
   DWORD GetNameOffset(const KEL_KMDINFO* pEntry) override { return pEntry->NameIndex; }
+
+  // The heading and titles go to std::cout, the record lines to this object's own stream.
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
 };
 
 class I_KOfdKmdTable : public virtual I_Unknown {
@@ -55,4 +59,8 @@ class C_KOfdKmdTable : public virtual I_KOfdKmdTable, public virtual C_KOfdSecti
 
   HRESULT GetData(BYTE** ppData) override;
   HRESULT GetPlacement(DWORD* pdwAddress, DWORD* pdwSize, DWORD* pdwInfo) override;
+
+  // All to std::cout: the heading, then the bytes as raw characters, 16 to a line.
+  HRESULT DumpHead() override;
+  HRESULT DumpAll() override;
 };

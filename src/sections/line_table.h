@@ -24,6 +24,9 @@ class C_KOfdLineTable : public virtual I_KOfdLineTable, public virtual C_KOfdSec
   DWORD GetLineAddress(DWORD dwIndex) override;
   HRESULT GetLineCode(DWORD dwIndex, DWORD** ppWord) override;
   HRESULT GetProgramTable(I_KOfdProgramTable** ppProgram) override;
+
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
 };
 
 class I_KOfdSourceLineTable : public virtual I_Unknown {
@@ -54,4 +57,7 @@ class C_KOfdSourceLineTable : public virtual I_KOfdSourceLineTable,
   DWORD GetNameOffset(const KEL_SRCLINE* pLine) override { return pLine->NameIndex; }
   // Line 0 marks a record that belongs to no source line.
   DWORD GetSelector(const KEL_SRCLINE* pLine) override { return pLine->Line; }
+
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
 };

@@ -4,21 +4,13 @@
 
 #include "sections/string_table.h"
 
-// The record's name, or "" when the table is linked to no string table or the offset lies
-// outside it.
-template <class Table, class T>
-const char* GetRecordName(Table& table, const T* pRecord) {
-  C_KOfdStringTable* pStrings = dynamic_cast<C_KOfdStringTable*>(table.GetLinkedSection());
-  return pStrings ? pStrings->GetStringAt(table.GetNameOffset(pRecord)) : "";
-}
-
 // Record dwIndex and its name; E_FAIL past the end.
 template <class Table, class T>
 HRESULT GetNamedRecordAt(Table& table, DWORD dwIndex, const char** ppszName, T** ppRecord) {
   if (dwIndex >= table.GetCount()) return E_FAIL;
   T* pRecord = nullptr;
   table.GetAt(dwIndex, &pRecord);
-  if (ppszName) *ppszName = GetRecordName(table, pRecord);
+  if (ppszName) *ppszName = table.GetRecordName(pRecord);
   if (ppRecord) *ppRecord = pRecord;
   return S_OK;
 }

@@ -10,6 +10,7 @@
 #include "frame/file.h"
 #include "object/kelf_records.h"
 #include "present/browse.h"
+#include "present/dump.h"
 
 class I_KOfdSection : public virtual I_Unknown {
  public:
@@ -66,7 +67,8 @@ struct KEL_SECTION_KEY {
 #pragma pack(pop)
 static_assert(sizeof(KEL_SECTION_KEY) == 8, "section key");
 
-class C_KOfdSection : public virtual I_KOfdSection, public virtual C_Exception, public virtual C_Browse {
+class C_KOfdSection : public virtual I_KOfdSection, public virtual C_Exception, public virtual C_KOfdDump,
+                      public virtual C_Browse {
  public:
   C_KOfdSection() = default;
   C_KOfdSection(const C_KOfdSection&) = delete;

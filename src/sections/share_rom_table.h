@@ -23,4 +23,9 @@ class C_KOfdShareRomTable : public virtual I_KOfdShareRomTable, public virtual C
   HRESULT GetWord(DWORD dwIndex, DWORD** ppWord) override;
   HRESULT GetData(DWORD** ppWords, DWORD* pdwBytes) override;
   HRESULT GetCount(DWORD* pdwCount) override;
+
+  // "Share Rom Raw Data": eight-digit words, six on the first line and five on each later one.
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
+  HRESULT DumpAll() override;
 };

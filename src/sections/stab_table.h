@@ -33,4 +33,7 @@ class C_KOfdStabTable : public virtual I_KOfdStabTable, public virtual C_KOfdMul
   DWORD GetNameOffset(const KEL_STAB* pStab) override { return pStab->n_strx; }
   // Type 0 marks an undefined or header stab; any other type is a real entry.
   WORD GetSelector(const KEL_STAB* pStab) override { return pStab->n_type; }
+
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
 };

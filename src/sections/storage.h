@@ -159,4 +159,10 @@ class C_KOfdProgramTable : public virtual I_KOfdProgramTable, public C_KOfdSecti
   HRESULT GetSectionAddress(DWORD* pdwAddress) override;
   HRESULT GetSectionFlags(DWORD* pdwFlags) override;
   using C_KOfdSection::GetSize;
+
+  // "Program Raw Data": eight-digit words, five on a line. A last word that the contents end
+  // inside is shown with zero bytes after them.
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
+  HRESULT DumpAll() override;
 };

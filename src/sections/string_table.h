@@ -62,6 +62,11 @@ class C_KOfdStringTable : public virtual I_KOfdStringTable, public virtual I_KOf
   // write failed: callers ignore the result.
   HRESULT Write(I_File* pFile) override;
 
+  // One "[offset]\tstring" line per string; DumpRecord takes a byte offset.
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwOffset) override;
+  HRESULT DumpAll() override;
+
   DWORD GetCapacity() const { return m_Buffer.dwCapacity; }
   // Counts the writes that may change strings already stored (assignments, releases), so that
   // name indexes over the buffer know when to rebuild.

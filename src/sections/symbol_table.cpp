@@ -79,7 +79,4 @@ HRESULT C_KOfdSymbolTable::GetSymbolAt(DWORD dwIndex, const char** ppszName, ELF
   return S_OK;
 }
 
-const char* C_KOfdSymbolTable::GetSymbolName(const ELF32_SYM* pSymbol) {
-  C_KOfdStringTable* pStrings = Y_GetStringTable();
-  return pStrings ? pStrings->GetStringAt(pSymbol->st_name) : "";
-}
+const char* C_KOfdSymbolTable::GetSymbolName(const ELF32_SYM* pSymbol) { return GetRecordName(pSymbol); }

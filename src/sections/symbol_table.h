@@ -49,6 +49,9 @@ class C_KOfdSymbolTable : public virtual I_KOfdSymbolTable, public virtual C_KOf
   HRESULT GetSymbolAt(DWORD dwIndex, const char** ppszName, ELF32_SYM** ppSymbol);
   // The name of a symbol record of this table ("" when the string table has none).
   const char* GetSymbolName(const ELF32_SYM* pSymbol);
+
+  HRESULT DumpHead() override;
+  HRESULT DumpRecord(DWORD dwIndex) override;
 };
 
 // True for the section indexes that name no section: undefined (0, 0xFFFF) and absolute.

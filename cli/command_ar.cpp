@@ -1,0 +1,225 @@
+// kofd ar LIB list|symbols|find|create|add|remove: archives of KELF objects.
+//
+// Changes never touch LIB until they have all succeeded: the new archive is written to a sibling
+// temporary file, which then replaces LIB in one rename. The library's own Add would leave its
+// mark in the linker member when it refuses an object, and its Remove leaves the member list
+// alone, so the tool checks before it adds and removes with Delete.
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "archive/archive.h"
+#include "commands.h"
+#include "frame/error.h"
+#include "object/kofd_elf.h"
+#include "platform/platform.h"
+#include "report.h"
+
+namespace cli {
+namespace {
+
+// Below this many objects or names a change is quick enough to need no progress line.
+constexpr std::size_t kProgressThreshold = 10;
+
+struct ArOptions {
+  std::string sLibrary;
+  std::string sSymbol;
+  std::vector<std::string> vItems;
+};
+
+// A failure the tool itself finds, reported like the library's.
+[[noreturn]] void Fail(const std::string& sMessage) { throw C_Exception(E_FAIL, sMessage.c_str()); }
+
+// "kofd: adding 12/200" on standard error, rewritten in place, when it is a terminal.
+class Progress {
+ public:
+  Progress(const char* pszVerb, std::size_t nTotal)
+      : m_pszVerb(pszVerb), m_nTotal(nTotal), m_bShown(nTotal >= kProgressThreshold && isatty(STDERR_FILENO)) {}
+  ~Progress() {
+    if (m_bShown) fprintf(stderr, "\r\x1b[K");
+  }
+  void Step(std::size_t nDone) {
+    if (m_bShown) fprintf(stderr, "\rkofd: %s %zu/%zu", m_pszVerb, nDone, m_nTotal);
+  }
+
+ private:
+  const char* m_pszVerb;
+  std::size_t m_nTotal;
+  bool m_bShown;
+};
+
+void OpenArchive(C_KOfdArchive& archive, const std::string& sLibrary) {
+  archive.AttachPath(sLibrary.c_str(), 0);
+  archive.Open();
+}
+
+// The name of the member that symbol dwSymbol of the linker member names.
+const char* MemberOfSymbol(C_KOfdArchive& archive, DWORD dwSymbol, const char* pszSymbol) {
+  DWORD dwMember = 0;
+  if (!archive.LinkMember().GetSymbolMember(dwSymbol, &dwMember) || dwMember >= archive.MemberCount()) {
+    Fail(std::string("the linker member gives symbol ") + pszSymbol + " no member of the archive");
+  }
+  return archive.MemberAt(dwMember).GetName();
+}
+
+// Writes the archive beside sLibrary and renames it over sLibrary; the temporary file is removed
+// when anything fails.
+void Commit(C_KOfdArchive& archive, const std::string& sLibrary) {
+  const std::string sTemporary = sLibrary + ".kofd-" + std::to_string(getpid()) + ".tmp";
+  try {
+    archive.SaveAs(sTemporary.c_str());
+    if (!platform::PathReplace(sTemporary.c_str(), sLibrary.c_str())) {
+      ThrowLibraryError(true, KofdCode(IDS_MOVE_TEMPORARY_FAILED), sLibrary.c_str());
+    }
+  } catch (...) {
+    platform::PathRemove(sTemporary.c_str());
+    throw;
+  }
+}
+
+// Refuses, before anything changes, an object the archive cannot take whole: one whose name is
+// a member's already, or that defines a global symbol the archive lists (or defines it twice).
+void CheckAddable(C_KOfdArchive& archive, const std::string& sObject) {
+  DWORD dwMember = 0;
+  if (archive.FindMember(sObject.c_str(), &dwMember) == S_OK) {
+    Fail("the archive already has a member named " + std::string(archive.MemberAt(dwMember).GetName()));
+  }
+  C_KOfdELF object;
+  object.AttachPath(sObject.c_str(), 0);
+  object.Read();
+  std::vector<std::string> vNames;
+  CollectDefinedGlobals(&object, &vNames);
+  std::unordered_set<std::string> seen;
+  for (const std::string& sName : vNames) {
+    long lMember = -1;
+    archive.FindSymbolMember(sName.c_str(), &lMember);
+    if (lMember >= 0) {
+      const char* pszMember = static_cast<unsigned long>(lMember) < archive.MemberCount()
+                                  ? archive.MemberAt(static_cast<DWORD>(lMember)).GetName()
+                                  : "(none)";
+      Fail("symbol " + sName + " is already defined by member " + pszMember);
+    }
+    if (!seen.insert(sName).second) Fail("symbol " + sName + " is defined twice in the object");
+  }
+}
+
+int RunAdd(C_KOfdArchive& archive, const ArOptions& options) {
+  Progress progress("adding", options.vItems.size());
+  for (std::size_t i = 0; i < options.vItems.size(); ++i) {
+    const std::string& sObject = options.vItems[i];
+    const int status = RunReporting(sObject, [&] {
+      CheckAddable(archive, sObject);
+      const HRESULT hr = archive.Add(sObject.c_str(), 0);
+      return hr == S_OK ? 0 : ReportFailure(sObject, hr);
+    });
+    if (status != 0) return status;
+    progress.Step(i + 1);
+  }
+  Commit(archive, options.sLibrary);
+  return 0;
+}
+
+int RunChange(const std::string& sCommand, const ArOptions& options) {
+  return RunReporting(options.sLibrary, [&] {
+    C_KOfdArchive archive;
+    if (sCommand == "create") {
+      std::uint64_t qwSize = 0;
+      std::int64_t llTime = 0;
+      if (platform::PathStatus(options.sLibrary.c_str(), &qwSize, &llTime)) Fail("already exists");
+      archive.Attach(options.sLibrary.c_str(), options.sLibrary.c_str(), 0, 0, 0);
+      archive.Create();
+      return RunAdd(archive, options);
+    }
+    OpenArchive(archive, options.sLibrary);
+    if (sCommand == "add") return RunAdd(archive, options);
+    Progress progress("removing", options.vItems.size());
+    for (std::size_t i = 0; i < options.vItems.size(); ++i) {
+      DWORD dwMember = 0;
+      if (archive.FindMember(options.vItems[i].c_str(), &dwMember) != S_OK) Fail("no member named " + options.vItems[i]);
+      archive.Delete(options.vItems[i].c_str());
+      progress.Step(i + 1);
+    }
+    Commit(archive, options.sLibrary);
+    return 0;
+  });
+}
+
+int RunList(const ArOptions& options) {
+  return RunReporting(options.sLibrary, [&] {
+    C_KOfdArchive archive;
+    OpenArchive(archive, options.sLibrary);
+    for (DWORD i = 0; i < archive.MemberCount(); ++i) {
+      C_KArcObjectMember& member = archive.MemberAt(i);
+      printf("%u\t%u\t%s\n", static_cast<unsigned>(i), static_cast<unsigned>(member.GetSize()), member.GetName());
+    }
+    return 0;
+  });
+}
+
+int RunSymbols(const ArOptions& options) {
+  return RunReporting(options.sLibrary, [&] {
+    C_KOfdArchive archive;
+    OpenArchive(archive, options.sLibrary);
+    C_KArcLinkMember& link = archive.LinkMember();
+    for (DWORD i = 0; i < link.GetNameCount(); ++i) {
+      const char* pszSymbol = link.GetSymbolName(i);
+      printf("%s\t%s\n", pszSymbol, MemberOfSymbol(archive, i, pszSymbol));
+    }
+    return 0;
+  });
+}
+
+int RunFind(const ArOptions& options) {
+  return RunReporting(options.sLibrary, [&] {
+    C_KOfdArchive archive;
+    OpenArchive(archive, options.sLibrary);
+    const long lSymbol = archive.LinkMember().FindSymbol(options.sSymbol.c_str());
+    if (lSymbol < 0) Fail("no member defines " + options.sSymbol);
+    printf("%s\n", MemberOfSymbol(archive, static_cast<DWORD>(lSymbol), options.sSymbol.c_str()));
+    return 0;
+  });
+}
+
+}  // namespace
+
+void RegisterAr(CLI::App& app, CommandResult& result) {
+  CLI::App* command = app.add_subcommand("ar", "List, search and change an archive of KELF objects");
+  auto options = std::make_shared<ArOptions>();
+  command->add_option("LIB", options->sLibrary, "The archive")->required();
+  command->require_subcommand(1);
+
+  command->add_subcommand("list", "One line per member: INDEX<TAB>SIZE<TAB>NAME")
+      ->callback([options, &result] { result.status = RunList(*options); });
+  command->add_subcommand("symbols", "One line per global symbol: SYMBOL<TAB>MEMBER NAME")
+      ->callback([options, &result] { result.status = RunSymbols(*options); });
+  CLI::App* find = command->add_subcommand("find", "The name of the member that defines SYMBOL (exit 1 if none)");
+  find->add_option("SYMBOL", options->sSymbol, "A global symbol, matched exactly")->required();
+  find->callback([options, &result] { result.status = RunFind(*options); });
+
+  struct Change {
+    const char* pszName;
+    const char* pszHelp;
+    const char* pszItems;
+    const char* pszItemHelp;
+    bool bRequired;
+  };
+  const Change changes[] = {
+      {"create", "Make a new archive LIB (which must not exist) of the objects OBJ", "OBJ", "Objects to put in, named as given", false},
+      {"add", "Append the objects OBJ, refusing one whose name or global symbols the archive has already", "OBJ",
+       "Objects to add, named as given", true},
+      {"remove", "Delete the members NAME (ignoring case), every other member keeping its bytes", "NAME", "Members to delete", true},
+  };
+  for (const Change& change : changes) {
+    CLI::App* sub = command->add_subcommand(change.pszName, change.pszHelp);
+    CLI::Option* items = sub->add_option(change.pszItems, options->vItems, change.pszItemHelp);
+    if (change.bRequired) items->required();
+    const std::string sName = change.pszName;
+    sub->callback([options, sName, &result] { result.status = RunChange(sName, *options); });
+  }
+}
+
+}  // namespace cli

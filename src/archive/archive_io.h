@@ -1,0 +1,68 @@
+// Reading and writing the blocks of an archive file: a read-ahead window for the many small
+// member headers met while opening, and the checked block read and write the members share.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "frame/file.h"
+
+// Reads blocks of one open file through a window of read-ahead bytes, so that the headers of
+// thousands of members cost a few large reads instead of a seek and a read each. A block is
+// served only when the file holds all of it; nothing is allocated beyond the window.
+class C_KArcReadWindow {
+ public:
+  C_KArcReadWindow(I_File* pFile, DWORD dwWindowSize);
+  // Copies dwSize bytes at qwOffset to pOut; false (with the system error set) when the file
+  // cannot supply them all.
+  bool ReadAt(std::uint64_t qwOffset, void* pOut, DWORD dwSize);
+  // True when the file holds dwSize bytes at qwOffset (false, with the system error set, if not).
+  bool Holds(std::uint64_t qwOffset, DWORD dwSize);
+  I_File* File() const { return m_pFile; }
+
+ private:
+  I_File* m_pFile;
+  std::uint64_t m_qwFileSize = 0;
+  bool m_bSized = false;
+  std::vector<BYTE> m_vWindow;
+  std::uint64_t m_qwWindowStart = 0;
+  DWORD m_dwWindowUsed = 0;
+};
+
+// ReadFileRegion (sections/section.h) reads the larger blocks: linker, name and object data.
+
+// Writes the blocks of an archive at the file's position, gathered into large writes when it has
+// a buffer, so that thousands of members do not cost two system calls each. A failed write
+// throws 1015 with the context of the first block it held and the system text.
+class C_KArcWriter {
+ public:
+  C_KArcWriter(I_File* pFile, DWORD dwBufferSize);
+  ~C_KArcWriter() = default;
+  C_KArcWriter(const C_KArcWriter&) = delete;
+  C_KArcWriter& operator=(const C_KArcWriter&) = delete;
+
+  void Put(const void* pData, DWORD dwSize, const char* pszContext);
+  // Writes what the buffer holds; the owner calls it once the last block is put.
+  void Flush();
+
+ private:
+  void Z_Write(const void* pData, DWORD dwSize, const char* pszContext);
+
+  I_File* m_pFile;
+  std::vector<BYTE> m_vBuffer;
+  DWORD m_dwUsed = 0;
+  std::string m_sContext;
+};
+
+// 32-bit little-endian words, as the linker member stores them.
+inline DWORD LoadWord(const BYTE* p) {
+  return static_cast<DWORD>(p[0]) | static_cast<DWORD>(p[1]) << 8 | static_cast<DWORD>(p[2]) << 16 |
+         static_cast<DWORD>(p[3]) << 24;
+}
+inline void StoreWord(BYTE* p, DWORD dwValue) {
+  p[0] = static_cast<BYTE>(dwValue);
+  p[1] = static_cast<BYTE>(dwValue >> 8);
+  p[2] = static_cast<BYTE>(dwValue >> 16);
+  p[3] = static_cast<BYTE>(dwValue >> 24);
+}

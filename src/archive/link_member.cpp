@@ -1,0 +1,243 @@
+#include "archive/link_member.h"
+
+#include <cstring>
+#include <memory>
+
+#include "archive/archive.h"
+#include "frame/error.h"
+#include "platform/platform.h"
+#include "sections/hash_table.h"
+#include "sections/section.h"
+
+namespace {
+
+constexpr char kReadContext[] = "When read linker member";
+constexpr char kWriteContext[] = "When write linker member";
+constexpr char kListsContext[] = "When write member offsets or global symbols";
+
+[[noreturn]] void ThrowShortData() {
+  platform::SetEndOfFileError();
+  ThrowLibraryError(true, KE_READ_FAILED, kReadContext);
+}
+
+// The count word at dwAt followed by that many words; false when the data cannot hold them.
+bool ReadWords(const BYTE* pData, DWORD dwSize, DWORD* pdwAt, std::vector<DWORD>* pvWords) {
+  if (dwSize - *pdwAt < 4) return false;
+  const DWORD dwCount = LoadWord(pData + *pdwAt);
+  *pdwAt += 4;
+  if (dwCount > (dwSize - *pdwAt) / 4) return false;
+  pvWords->resize(dwCount);
+  for (DWORD i = 0; i < dwCount; ++i) (*pvWords)[i] = LoadWord(pData + *pdwAt + 4 * i);
+  *pdwAt += 4 * dwCount;
+  return true;
+}
+
+// The count and the words in one block, as they are written.
+std::vector<BYTE> CountedWords(const std::vector<DWORD>& vWords) {
+  std::vector<BYTE> vBytes(4 * (vWords.size() + 1));
+  StoreWord(vBytes.data(), static_cast<DWORD>(vWords.size()));
+  for (std::size_t i = 0; i < vWords.size(); ++i) StoreWord(vBytes.data() + 4 * (i + 1), vWords[i]);
+  return vBytes;
+}
+
+}  // namespace
+
+HRESULT C_KArcLinkMember::Read(I_File* pFile, DWORD dwOffset) {
+  C_KArcReadWindow window(pFile, kArcMemberHeaderSize);
+  return Read(window, dwOffset);
+}
+
+HRESULT C_KArcLinkMember::Read(C_KArcReadWindow& window, DWORD dwOffset) {
+  m_bValid = false;
+  const std::unique_ptr<BYTE[]> pData = m_Header.ReadWithData(window, dwOffset);
+  Z_Parse(pData.get(), GetSize());
+  m_bValid = true;
+  return S_OK;
+}
+
+void C_KArcLinkMember::Z_Parse(const BYTE* pData, DWORD dwSize) {
+  m_vOffsets.clear();
+  m_vMemberIndices.clear();
+  m_sNameBytes.clear();
+  m_vNameAt.clear();
+  m_bIndexed = false;
+  if (dwSize < 4) ThrowShortData();
+  m_dwVersion = LoadWord(pData);
+  DWORD dwAt = 4;
+  if (!ReadWords(pData, dwSize, &dwAt, &m_vOffsets) || !ReadWords(pData, dwSize, &dwAt, &m_vMemberIndices)) {
+    ThrowShortData();
+  }
+  // The names fill the rest; the last one may lack its NUL, and is then taken to the end.
+  m_sNameBytes.assign(reinterpret_cast<const char*>(pData) + dwAt, dwSize - dwAt);
+  for (DWORD dwName = 0; dwName < m_sNameBytes.size();) {
+    m_vNameAt.push_back(dwName);
+    const void* pNul = memchr(m_sNameBytes.data() + dwName, 0, m_sNameBytes.size() - dwName);
+    if (!pNul) {
+      m_sNameBytes.push_back('\0');
+      break;
+    }
+    dwName = static_cast<DWORD>(static_cast<const char*>(pNul) - m_sNameBytes.data()) + 1;
+  }
+}
+
+HRESULT C_KArcLinkMember::Write(I_File* pFile) {
+  C_KArcWriter writer(pFile, 0);
+  return Write(writer);
+}
+
+HRESULT C_KArcLinkMember::Write(C_KArcWriter& writer) {
+  m_Header.Write(writer, kWriteContext);
+  BYTE version[4];
+  StoreWord(version, m_dwVersion);
+  writer.Put(version, sizeof version, kWriteContext);
+  const std::vector<BYTE> vOffsets = CountedWords(m_vOffsets);
+  writer.Put(vOffsets.data(), static_cast<DWORD>(vOffsets.size()), kListsContext);
+  const std::vector<BYTE> vIndices = CountedWords(m_vMemberIndices);
+  writer.Put(vIndices.data(), static_cast<DWORD>(vIndices.size()), kListsContext);
+  // Every name with its NUL, gathered into one write.
+  std::string sNames;
+  sNames.reserve(m_sNameBytes.size());
+  for (DWORD i = 0; i < GetNameCount(); ++i) sNames.append(GetSymbolName(i), strlen(GetSymbolName(i)) + 1);
+  writer.Put(sNames.data(), static_cast<DWORD>(sNames.size()), kListsContext);
+  return S_OK;
+}
+
+void C_KArcLinkMember::Reset(DWORD dwVersion) {
+  m_dwVersion = dwVersion;
+  m_vOffsets.clear();
+  m_vMemberIndices.clear();
+  m_sNameBytes.clear();
+  m_vNameAt.clear();
+  m_bIndexed = false;
+  m_Header.BuildSpecial(static_cast<DWORD>(DataSize()));
+  m_bValid = true;
+}
+
+const char* C_KArcLinkMember::GetSymbolName(DWORD dwIndex) const {
+  return dwIndex < m_vNameAt.size() ? m_sNameBytes.c_str() + m_vNameAt[dwIndex] : "";
+}
+
+bool C_KArcLinkMember::GetSymbolMember(DWORD dwIndex, DWORD* pdwMember) const {
+  if (dwIndex >= m_vMemberIndices.size()) return false;
+  *pdwMember = m_vMemberIndices[dwIndex];
+  return true;
+}
+
+long C_KArcLinkMember::Z_Probe(const char* pszName, DWORD dwHash) const {
+  const std::size_t nMask = m_vSlots.size() - 1;
+  for (std::size_t i = dwHash & nMask; m_vSlots[i].second != 0; i = (i + 1) & nMask) {
+    const DWORD dwIndex = m_vSlots[i].second - 1;
+    if (m_vSlots[i].first == dwHash && strcmp(GetSymbolName(dwIndex), pszName) == 0) return static_cast<long>(dwIndex);
+  }
+  return -1;
+}
+
+void C_KArcLinkMember::Z_Place(DWORD dwIndex, DWORD dwHash) {
+  if (2 * (static_cast<std::size_t>(m_dwIndexed) + 1) > m_vSlots.size()) {
+    m_bIndexed = false;
+    Z_Index();
+    return;
+  }
+  if (Z_Probe(GetSymbolName(dwIndex), dwHash) >= 0) return;
+  const std::size_t nMask = m_vSlots.size() - 1;
+  std::size_t i = dwHash & nMask;
+  while (m_vSlots[i].second != 0) i = (i + 1) & nMask;
+  m_vSlots[i] = {dwHash, dwIndex + 1};
+  ++m_dwIndexed;
+}
+
+void C_KArcLinkMember::Z_Index() {
+  if (m_bIndexed) return;
+  std::size_t nSlots = 16;
+  while (nSlots < 2 * (m_vNameAt.size() + 1)) nSlots *= 2;
+  m_vSlots.assign(nSlots, {0, 0});
+  m_dwIndexed = 0;
+  m_bIndexed = true;
+  for (DWORD i = 0; i < m_vNameAt.size(); ++i) Z_Place(i, HashName(GetSymbolName(i)));
+}
+
+long C_KArcLinkMember::FindSymbol(const char* pszName) {
+  if (!pszName) return -1;
+  Z_Index();
+  return Z_Probe(pszName, HashName(pszName));
+}
+
+std::uint64_t C_KArcLinkMember::DataSize() const {
+  std::uint64_t qwSize = 12 + 4 * static_cast<std::uint64_t>(m_vOffsets.size() + m_vMemberIndices.size());
+  for (DWORD i = 0; i < GetNameCount(); ++i) qwSize += strlen(GetSymbolName(i)) + 1;
+  return qwSize;
+}
+
+DWORD C_KArcLinkMember::Y_GetOffsetAt(DWORD dwIndex) {
+  if (dwIndex >= m_vOffsets.size()) ThrowLibraryError(false, KE_OUT_OF_RANGE, "when call C_KArcLinkMember::Y_GetOffsetAt");
+  return m_vOffsets[dwIndex];
+}
+
+void C_KArcLinkMember::Y_Update(C_KOfdArchive& archive) {
+  const DWORD dwMembers = archive.MemberCount();
+  if (m_vOffsets.size() < dwMembers) ThrowLibraryError(false, KE_OUT_OF_RANGE, "when call C_KArcLinkMember::Y_Update");
+  std::uint64_t qwAt = 8 + (kArcMemberHeaderSize + static_cast<std::uint64_t>(m_Header.GetSize())) +
+                       (kArcMemberHeaderSize + static_cast<std::uint64_t>(archive.NameMember().GetSize()));
+  // Offsets past the member list (left by a refused Add) all take the position after the last.
+  for (DWORD i = 0; i < m_vOffsets.size(); ++i) {
+    if (qwAt > 0xFFFFFFFFu) ThrowLibraryError(false, KE_OUT_OF_RANGE, "when call C_KArcLinkMember::Y_Update");
+    m_vOffsets[i] = static_cast<DWORD>(qwAt);
+    if (i < dwMembers) {
+      C_KArcObjectMember& member = archive.MemberAt(i);
+      member.SetOffset(m_vOffsets[i]);
+      qwAt += kArcMemberHeaderSize + static_cast<std::uint64_t>(member.GetSize());
+    }
+  }
+}
+
+void C_KArcLinkMember::Z_AppendName(const char* pszName, std::size_t nLength) {
+  const DWORD dwAt = static_cast<DWORD>(m_sNameBytes.size());
+  m_sNameBytes.append(pszName, nLength + 1);
+  m_vNameAt.push_back(dwAt);
+  if (m_bIndexed) Z_Place(static_cast<DWORD>(m_vNameAt.size() - 1), HashName(pszName));
+}
+
+void C_KArcLinkMember::Z_EraseName(DWORD dwIndex) {
+  if (dwIndex >= m_vNameAt.size()) return;
+  // The bytes stay in the block; only the name's place in the list goes.
+  m_vNameAt.erase(m_vNameAt.begin() + dwIndex);
+  m_bIndexed = false;
+}
+
+bool C_KArcLinkMember::Z_AddSym(const char* pszName, DWORD dwMember) {
+  if (!pszName) ThrowLibraryError(false, E_INVALIDARG, "when call C_KArcLinkMember::Z_AddSym");
+  if (FindSymbol(pszName) >= 0) return false;
+  m_vMemberIndices.push_back(dwMember);
+  Z_AppendName(pszName, strlen(pszName));
+  return true;
+}
+
+void C_KArcLinkMember::Z_RemoveMember(DWORD dwMember) {
+  for (DWORD i = 0; i < m_vMemberIndices.size(); ++i) {
+    const DWORD dwIndex = m_vMemberIndices[i];
+    if (dwIndex == dwMember) {
+      // The entry that moves into place i is passed over: i advances all the same.
+      m_vMemberIndices.erase(m_vMemberIndices.begin() + i);
+      Z_EraseName(i);
+    } else if (dwIndex > dwMember) {
+      m_vMemberIndices.assign(i, dwIndex - 1);
+      break;
+    }
+  }
+}
+
+void C_KArcLinkMember::Z_DeleteMember(DWORD dwMember) {
+  std::vector<DWORD> vIndices, vNameAt;
+  for (DWORD i = 0; i < GetSymbolCount(); ++i) {
+    const DWORD dwIndex = m_vMemberIndices[i];
+    const bool bNamed = i < GetNameCount();
+    if (dwIndex == dwMember) continue;
+    vIndices.push_back(dwIndex > dwMember ? dwIndex - 1 : dwIndex);
+    if (bNamed) vNameAt.push_back(m_vNameAt[i]);
+  }
+  // Names that a damaged index holds beyond its member indices stay as they are.
+  for (DWORD i = GetSymbolCount(); i < GetNameCount(); ++i) vNameAt.push_back(m_vNameAt[i]);
+  m_vMemberIndices.swap(vIndices);
+  m_vNameAt.swap(vNameAt);
+  m_bIndexed = false;
+}

@@ -1,0 +1,77 @@
+// C_KArcObjectMember: one object of an archive, its header and its bytes.
+//
+//   offset         header (60): Name Index, Date, Size
+//   offset + 60    Size bytes: a KELF object, opened in place when asked
+//
+// Neither the bytes nor the object are read when the archive opens: the bytes load when the
+// archive is written or the caller asks for them, the object when the caller asks for it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "archive/member_header.h"
+#include "archive/name_member.h"
+
+class I_KOfdELF;
+class C_KOfdELF4;
+
+class I_KArcObjectMember : public virtual I_Unknown {
+ public:
+  // Where the member's header lies in the archive, as the linker member lists it.
+  virtual DWORD GetOffset() = 0;
+  // The member's name, from the name member ("" when it has none).
+  virtual const char* GetName() = 0;
+  // The member's bytes (Size of them), loaded on the first call.
+  virtual HRESULT GetData(const BYTE** ppData, DWORD* pdwSize) = 0;
+  // The member's object document, opened on the first call.
+  virtual HRESULT GetDocument(I_KOfdELF** ppDocument) = 0;
+};
+
+class C_KArcObjectMember : public virtual I_KArcObjectMember, public C_KArcMember {
+ public:
+  C_KArcObjectMember();
+  C_KArcObjectMember(const C_KArcObjectMember&) = delete;
+  C_KArcObjectMember& operator=(const C_KArcObjectMember&) = delete;
+  ~C_KArcObjectMember() override;
+
+  DWORD GetOffset() override { return m_dwOffset; }
+  const char* GetName() override;
+  HRESULT GetData(const BYTE** ppData, DWORD* pdwSize) override;
+  HRESULT GetDocument(I_KOfdELF** ppDocument) override;
+
+  // Reads the header at dwOffset of the archive at pszArchive; the bytes follow it there.
+  HRESULT Read(C_KArcReadWindow& window, const char* pszArchive, DWORD dwOffset);
+  // The header, then the bytes when they are held.
+  HRESULT Write(I_File* pFile);
+  HRESULT Write(C_KArcWriter& writer);
+  // Loads the bytes, through window when it reads the file that holds them.
+  void Load(C_KArcReadWindow* pWindow);
+  bool IsLoaded() const { return m_pData != nullptr; }
+
+  // Where the bytes come from: a file and the position of the first byte in it.
+  void SetSource(const char* pszPath, std::uint64_t qwDataAt);
+  const std::string& GetSource() const { return m_sSource; }
+  std::uint64_t GetDataPosition() const { return m_qwDataAt; }
+  // The name is read where it lies in the name member, never copied: names may be shared.
+  void SetName(const C_KArcNameMember* pNames, DWORD dwOffset) {
+    m_pNames = pNames;
+    m_dwNameAt = dwOffset;
+  }
+  DWORD GetNameOffset() const { return m_dwNameAt; }
+  void SetOffset(DWORD dwOffset) { m_dwOffset = dwOffset; }
+
+ private:
+  struct DocumentDeleter {
+    void operator()(C_KOfdELF4* pDocument) const;
+  };
+
+  DWORD m_dwOffset = 0;
+  const C_KArcNameMember* m_pNames = nullptr;
+  DWORD m_dwNameAt = 0;
+  std::string m_sSource;
+  std::uint64_t m_qwDataAt = 0;
+  std::unique_ptr<BYTE[]> m_pData;
+  std::unique_ptr<C_KOfdELF4, DocumentDeleter> m_pDocument;
+};

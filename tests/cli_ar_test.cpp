@@ -1,0 +1,116 @@
+// kofd ar, run as a user runs it: listings, refusals, and changes that succeed whole or not at all.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "archive_objects.h"
+#include "cli_run.h"
+
+namespace {
+
+// a.o (alpha, beta), b.o (gamma) and c.o (delta) in dir, run from dir so that they are named so.
+struct Objects {
+  explicit Objects(const TempDir& where) : dir(where) {
+    a = dir.Write("a.o", AsString(ObjectWith({{"alpha", 1}, {"beta", 1}})));
+    b = dir.Write("b.o", AsString(ObjectWith({{"gamma", 1}})));
+    c = dir.Write("c.o", AsString(ObjectWith({{"delta", 1}})));
+    dir.Write("clash.o", AsString(ObjectWith({{"epsilon", 1}, {"gamma", 1}})));
+  }
+  Outcome Ar(const std::string& sArguments, const std::string& sPrefix = "") const {
+    return Kofd(dir, "ar lib.a " + sArguments, "cd " + Quoted(dir.Path("")) + " && " + sPrefix);
+  }
+  const TempDir& dir;
+  std::string a, b, c;
+};
+
+std::size_t FilesIn(const TempDir& dir) {
+  std::size_t n = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.Path(""))) n += entry.is_regular_file();
+  return n;
+}
+
+}  // namespace
+
+TEST(CliAr, CreatesListsFindsAddsAndRemoves) {
+  TempDir dir;
+  const Objects objects(dir);
+  ASSERT_EQ(objects.Ar("create a.o b.o").status, 0);
+  EXPECT_EQ(objects.Ar("list").out, "0\t" + std::to_string(TempDir::Read(objects.a).size()) + "\ta.o\n1\t" +
+                                        std::to_string(TempDir::Read(objects.b).size()) + "\tb.o\n");
+  EXPECT_EQ(objects.Ar("symbols").out, "alpha\ta.o\nbeta\ta.o\ngamma\tb.o\n");
+  EXPECT_EQ(objects.Ar("find gamma").out, "b.o\n");
+  const Outcome missing = objects.Ar("find GAMMA");
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.err, "kofd: lib.a: no member defines GAMMA\n");
+
+  // Refusals name what is in the way and leave the archive as it was.
+  const std::string sBefore = TempDir::Read(dir.Path("lib.a"));
+  const Outcome clash = objects.Ar("add c.o clash.o");
+  EXPECT_EQ(clash.status, 1);
+  EXPECT_EQ(clash.err, "kofd: clash.o: symbol gamma is already defined by member b.o\n");
+  const Outcome twice = objects.Ar("add B.O");
+  EXPECT_EQ(twice.status, 1);
+  EXPECT_EQ(twice.err.substr(0, 46), "kofd: B.O: the archive already has a member na");
+  EXPECT_EQ(objects.Ar("remove nothing.o").err, "kofd: lib.a: no member named nothing.o\n");
+  EXPECT_EQ(objects.Ar("create").err, "kofd: lib.a: already exists\n");
+  EXPECT_EQ(TempDir::Read(dir.Path("lib.a")), sBefore);
+
+  ASSERT_EQ(objects.Ar("add c.o").status, 0);
+  ASSERT_EQ(objects.Ar("remove A.O").status, 0);
+  EXPECT_EQ(objects.Ar("list").out.substr(0, 2), "0\t");
+  EXPECT_EQ(objects.Ar("symbols").out, "gamma\tb.o\ndelta\tc.o\n");
+  // The members that stay keep their bytes; nothing is left beside the archive.
+  const std::string sAfter = TempDir::Read(dir.Path("lib.a"));
+  EXPECT_NE(sAfter.find(TempDir::Read(objects.b)), std::string::npos);
+  EXPECT_NE(sAfter.find(TempDir::Read(objects.c)), std::string::npos);
+  EXPECT_EQ(sAfter.find(TempDir::Read(objects.a)), std::string::npos);
+  EXPECT_EQ(FilesIn(dir), 7u);  // four objects, the archive, stdout and stderr
+}
+
+TEST(CliAr, EverySubcommandHasHelpAndUsageErrorsExit2) {
+  TempDir dir;
+  for (const char* pszCommand : {"", "list", "symbols", "find", "create", "add", "remove"}) {
+    const Outcome help = Kofd(dir, std::string("ar lib.a ") + pszCommand + " --help");
+    EXPECT_EQ(help.status, 0) << pszCommand;
+    EXPECT_NE(help.out.find("Usage:"), std::string::npos) << pszCommand;
+  }
+  for (const char* pszArguments : {"ar", "ar lib.a", "ar lib.a find", "ar lib.a add", "ar lib.a frob"}) {
+    EXPECT_EQ(Kofd(dir, pszArguments).status, 2) << pszArguments;
+  }
+  const Outcome missing = Kofd(dir, "ar " + Quoted(dir.Path("none.a")) + " list");
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.err.rfind("kofd: " + dir.Path("none.a") + ": error 1013: ", 0), 0u) << missing.err;
+}
+
+TEST(CliAr, AFailedOrKilledWriteLeavesTheArchiveUntouched) {
+  TempDir dir;
+  const Objects objects(dir);
+  ASSERT_EQ(objects.Ar("create a.o b.o").status, 0);
+  dir.Write("big.o", AsString(ObjectWith({{"big", 1}, {std::string(20000, 'x'), 1}})));
+  const std::string sBefore = TempDir::Read(dir.Path("lib.a"));
+  // The file size limit makes the write fail (its signal ignored) or kills the tool mid-write.
+  const Outcome failed = objects.Ar("add big.o", "ulimit -f 16 && trap '' XFSZ && ");
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_NE(failed.err.find("error 1015: failed to write to file specified("), std::string::npos) << failed.err;
+  EXPECT_EQ(FilesIn(dir), 8u) << "the temporary file was left behind";
+  const Outcome killed = objects.Ar("add big.o", "ulimit -f 16 && ");
+  EXPECT_EQ(killed.status, -1);
+  EXPECT_EQ(TempDir::Read(dir.Path("lib.a")), sBefore);
+}
+
+TEST(CliAr, ManyChangesShowProgressOnATerminal) {
+  TempDir dir;
+  std::string sObjects;
+  for (int i = 0; i < 12; ++i) {
+    const std::string sName = "m" + std::to_string(i) + ".o";
+    dir.Write(sName, AsString(ObjectWith({{"f" + std::to_string(i), 1}})));
+    sObjects += " " + sName;
+  }
+  const std::string sTool = Quoted(KOFD_CLI_PATH);
+  const Outcome piped = Kofd(dir, "ar lib.a create" + sObjects, "cd " + Quoted(dir.Path("")) + " && ");
+  EXPECT_EQ(piped.err, "");
+  const Outcome terminal = RunShell(dir, "cd " + Quoted(dir.Path("")) + " && script -qec " +
+                                             Quoted(sTool + " ar lib.a remove" + sObjects) + " /dev/null");
+  EXPECT_NE(terminal.out.find("kofd: removing 12/12"), std::string::npos) << terminal.out;
+}
