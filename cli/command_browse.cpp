@@ -6,7 +6,10 @@
 #include <memory>
 #include <string>
 
+#include "archive/archive.h"
+#include "archive/unknown_object.h"
 #include "commands.h"
+#include "frame/fileio.h"
 #include "frame/text.h"
 #include "object_file.h"
 #include "platform/control_model.h"
@@ -33,11 +36,26 @@ struct BrowsedDocument {
   I_Browse* pBrowse = nullptr;
 };
 
+// An object, an archive, or any other file as an unknown object, as its first bytes say.
 BrowsedDocument OpenBrowsed(const std::string& sPath) {
   BrowsedDocument document;
-  std::unique_ptr<C_KOfdELF4> pObject = OpenObject(sPath);
-  document.pBrowse = pObject.get();
-  document.pOwner.reset(pObject.release());
+  if (IsObjectFile(sPath.c_str()) == S_OK) {
+    std::unique_ptr<C_KOfdELF4> pObject = OpenObject(sPath);
+    document.pBrowse = pObject.get();
+    document.pOwner.reset(pObject.release());
+  } else if (IsArchiveFile(sPath.c_str()) == S_OK) {
+    auto* pArchive = new C_KOfdArchive;
+    document.pOwner.reset(pArchive);
+    document.pBrowse = pArchive;
+    pArchive->AttachPath(sPath.c_str(), 0);
+    pArchive->Open();
+  } else {
+    auto* pUnknown = new C_UnknownObject;
+    document.pOwner.reset(pUnknown);
+    document.pBrowse = pUnknown;
+    pUnknown->AttachPath(sPath.c_str(), 0);
+    pUnknown->Load();
+  }
   return document;
 }
 
@@ -118,9 +136,9 @@ int RunBrowse(const BrowseOptions& options) {
 void RegisterBrowse(CLI::App& app, CommandResult& result) {
   CLI::App* command = app.add_subcommand("browse", "Show the tree view of FILE, and the list views of its items");
   auto options = std::make_shared<BrowseOptions>();
-  command->add_option("FILE", options->sPath, "The KELF object")->required();
+  command->add_option("FILE", options->sPath, "A KELF object, an archive, or any other file (shown as raw data)")->required();
   CLI::Option* select = command->add_option(
-      "--select", options->sSelect, "Show the list of one item instead of the tree: a caption such as \"Section Header\", or a section name (ignoring case)");
+      "--select", options->sSelect, "Show the list of one item instead of the tree: a caption such as \"Section Header\", or a section or member name (ignoring case)");
   command->add_flag("--all", options->bAll, "After the tree, show the list of every item in tree order")->excludes(select);
   command->callback([options, &result] { result.status = RunBrowse(*options); });
 }

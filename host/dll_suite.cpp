@@ -171,7 +171,8 @@ std::string FirstDifference(const std::string& sActual, const std::string& sExpe
   }
 }
 
-// The document's items and lists on real comctl32 controls read back as the text the portable
+// The document's items and lists (an object's, an archive's with its members' objects) on real
+// comctl32 controls read back as the text the portable
 // control models gave `kofd browse FILE --all` for the same file (the golden text beside the
 // suite).
 void CheckBrowseOnRealControls(const Exports& dll, const char* pszFile, const char* pszGolden) {
@@ -218,6 +219,7 @@ int main(int argc, char** argv) {
     INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_TREEVIEW_CLASSES | ICC_LISTVIEW_CLASSES};
     Check(InitCommonControlsEx(&controls) != FALSE, "common controls load");
     CheckBrowseOnRealControls(dll, "sample.o", "browse_sample_o.txt");
+    CheckBrowseOnRealControls(dll, "sample.a", "browse_sample_a.txt");
     dll.pfnStop();
   }
   FreeLibrary(hDll);

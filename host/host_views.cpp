@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "archive/archive.h"
+#include "archive/unknown_object.h"
 #include "frame/file.h"
 #include "object/kofd_elf.h"
 #include "view_text.h"
@@ -81,9 +83,12 @@ bool FindExports(HMODULE hDll, Exports* pExports) {
 }
 
 HostDocument::~HostDocument() {
+  if (m_pUnknown) m_pUnknown->Destroy();
   if (m_pFactory) m_pFactory->Destroy();
 }
 
+// The factory tells objects from archives; any other file is shown as an unknown object, which
+// the host owns itself.
 bool HostDocument::Open(const Exports& dll, const char* pszPath) {
   m_pFactory = dll.pfnCreateFactory();
   if (!m_pFactory) return false;
@@ -91,17 +96,14 @@ bool HostDocument::Open(const Exports& dll, const char* pszPath) {
     I_Unknown* pObject = nullptr;
     const char* pszInterface = nullptr;
     if (m_pFactory->CreateInstance(pszPath, &pObject, &pszInterface) != S_OK || !pObject) {
-      m_sError = "neither a KELF object nor an archive";
-      return false;
+      pObject = m_pUnknown = dll.pfnCreateInstance("I_UnknownObject");
     }
     I_File* pFile = dynamic_cast<I_File*>(pObject);
-    I_KOfdELF* pElf = dynamic_cast<I_KOfdELF*>(pObject);
-    if (!pFile || !pElf) {
-      m_sError = std::string("no browse for ") + pszInterface;
-      return false;
-    }
+    if (!pFile) return false;
     pFile->AttachPath(pszPath, 0);
-    pElf->Read();
+    if (I_KOfdELF* pElf = dynamic_cast<I_KOfdELF*>(pObject)) pElf->Read();
+    if (I_KOfdArchive* pArchive = dynamic_cast<I_KOfdArchive*>(pObject)) pArchive->Open();
+    if (I_UnknownObject* pRaw = dynamic_cast<I_UnknownObject*>(pObject)) pRaw->Load();
     m_pBrowse = dynamic_cast<I_Browse*>(pObject);
   } catch (C_Exception& error) {
     m_sError = error.Message();

@@ -21,7 +21,8 @@ struct Exports {
 // The four exports, or false when one is missing.
 bool FindExports(HMODULE hDll, Exports* pExports);
 
-// A document opened from a path: the factory chooses its kind and owns it.
+// A document opened from a path: an object or an archive, which the factory builds and owns, or
+// else an unknown object.
 class HostDocument {
  public:
   HostDocument() = default;
@@ -36,6 +37,7 @@ class HostDocument {
 
  private:
   I_Factory* m_pFactory = nullptr;
+  I_Unknown* m_pUnknown = nullptr;
   I_Browse* m_pBrowse = nullptr;
   std::string m_sError;
 };

@@ -129,5 +129,13 @@ TEST(Cli, BrowseRendersTheTreeAndTheListsOfItsItems) {
   EXPECT_EQ(Kofd(dir, "browse " + sSample + " --select .none").err, "kofd: " + std::string(KOFD_EXAMPLES_DIR) +
                                                                         "/sample.o: no item .none in the tree\n");
   EXPECT_EQ(Kofd(dir, "browse " + sSample + " --all --select x").status, 2);
+  const Outcome archive = Kofd(dir, "browse " + Quoted(std::string(KOFD_EXAMPLES_DIR) + "/sample.a") + " --all");
+  EXPECT_EQ(archive.out, TempDir::Read(std::string(KOFD_GOLDEN_DIR) + "/browse_sample_a.txt")) << archive.err;
+  // Any other file is raw data; each row shows the sixteen bytes after its address.
+  const std::string sRaw = Quoted(dir.Write("notes.txt", "#Hello, world 0123"));
+  EXPECT_EQ(Kofd(dir, "browse " + sRaw + " --select 'raw data'").out,
+            std::string("  Address          ") + std::string(2 + 52, ' ') + "Raw Data\n"
+            "00000000             48 65 6C 6C 6F 2C 20 77 - 6F 72 6C 64 20 30 31 32  Hello..world.012\n"
+            "00000010             33 20 20 20 20 20 20 20 - 20 20 20 20 20 20 20 20  3\n");
   EXPECT_EQ(Kofd(dir, "browse --help").status, 0);
 }

@@ -5,6 +5,8 @@
 #include <vector>
 
 #include "frame_temp_dir.h"
+#include "archive/archive.h"
+#include "archive/unknown_object.h"
 #include "kelf_writer.h"
 #include "object/kofd_elf.h"
 #include "platform/control_model.h"
@@ -138,6 +140,16 @@ TEST(Browse, WithoutATreeItemAddToTreeNamesTheClass) {
             "Exception: 0x80004003. m_hRootItem at C_KOfdSection::AddToTree");
   EXPECT_EQ(Thrown([&] { document.AddToTree(nullptr); }, E_POINTER),
             "Exception: 0x80004003. m_hRootItem at C_KOfdELF::AddToTree");
+  C_KArcNameMember names;
+  C_UnknownObject raw;
+  C_KOfdArchive archive;
+  EXPECT_EQ(Thrown([&] { names.AddToTree(nullptr); }, E_POINTER),
+            "Exception: 0x80004003. m_hRootItem C_KArcLinkMember::AddToTree");
+  EXPECT_EQ(Thrown([&] { raw.AddToTree(nullptr); }, E_POINTER),
+            "Exception: 0x80004003. m_hRootItem at C_UnknownObject::AddToTree");
+  EXPECT_EQ(Thrown([&] { archive.AddToTree(nullptr); }, E_POINTER),
+            "Exception: 0x80004003. m_hRootItem at C_KOfdELF::AddToTree");
+  EXPECT_EQ(C_KArcObjectMember().AddToTree(nullptr), E_POINTER);
   EXPECT_EQ(Probe().AddToTree(nullptr), E_FAIL);
   EXPECT_STREQ(LoadLabel(IDS_ELF_HEADER, "x").text, "ELF Header");
   EXPECT_STREQ(LoadLabel(1023, "ELF Header").text, "ELF Header");

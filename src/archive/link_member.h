@@ -21,6 +21,12 @@ class C_KOfdArchive;
 
 class C_KArcLinkMember : public C_KArcMember {
  public:
+  // Browse: its item, and its list columns and rows (present/archive_views.cpp).
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   // Reads the header at dwOffset, then Size bytes, and parses them. Counts that the data cannot
   // hold are the read failure (1016 "When read linker member").
   HRESULT Read(I_File* pFile, DWORD dwOffset);

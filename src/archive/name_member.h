@@ -13,6 +13,12 @@ class C_KOfdArchive;
 
 class C_KArcNameMember : public C_KArcMember {
  public:
+  // Browse: its item, and its list columns and rows (present/archive_views.cpp).
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   // Reads the header at dwOffset, then appends its Size bytes to the buffer.
   HRESULT Read(I_File* pFile, DWORD dwOffset);
   HRESULT Read(C_KArcReadWindow& window, DWORD dwOffset);

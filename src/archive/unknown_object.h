@@ -6,6 +6,7 @@
 
 #include "frame/exception.h"
 #include "frame/file.h"
+#include "present/browse.h"
 #include "sections/storage.h"
 
 class I_UnknownObject : public virtual I_Unknown {
@@ -20,8 +21,14 @@ class I_UnknownObject : public virtual I_Unknown {
   virtual HRESULT Save() = 0;
 };
 
-class C_UnknownObject : public virtual I_UnknownObject, public virtual C_File {
+class C_UnknownObject : public virtual I_UnknownObject, public virtual C_File, public virtual C_Browse {
  public:
+  // Browse: its item "Raw Data", and its list columns and rows (present/archive_views.cpp).
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   // Both the object's open and its file's.
   HRESULT Open(DWORD dwMode) override;
   HRESULT Load() override;

@@ -43,6 +43,11 @@ extern const char kRawDataTitle[];
 
 class C_Browse : public virtual I_Browse, public virtual C_Exception {
  public:
+  // An object's tree item and column count are its own: they are never copied to another.
+  C_Browse() = default;
+  C_Browse(const C_Browse&) = delete;
+  C_Browse& operator=(const C_Browse&) = delete;
+
   HRESULT SetWindows(platform::Window hTree, platform::Window hList) override;
   HRESULT SetRootItem(platform::TreeItem hItem) override;
   HRESULT AddToTree(platform::TreeItem* phNewItem) override;
