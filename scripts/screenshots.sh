@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Saves screenshots of the viewer (host/viewer.cpp) on the bundled samples into docs/images/:
+# Saves screenshots of the viewer (host/viewer.cpp) on the sample object and archive into
+# docs/images/:
 # each runs under Wine on a virtual X server of its own and is taken with ImageMagick's import.
 # Builds the mingw preset first when needed.
 set -euo pipefail
@@ -8,7 +9,7 @@ cd "$(dirname "$0")/.."
 cmake --preset mingw >/dev/null
 cmake --build --preset mingw -j "$(nproc)" --target kofd_viewer kofd_dll_suite_files >/dev/null
 viewer=build/mingw/host/kofd_viewer.exe
-cp examples/sample.o build/mingw/host/
+cp examples/sample.o examples/sample.a build/mingw/host/
 mkdir -p docs/images
 
 # shoot PNG FILE ITEM: the viewer on FILE (a name beside it) with ITEM chosen.
@@ -25,3 +26,4 @@ shoot() {
 
 shoot docs/images/viewer-object-symbols.png sample.o .symtab
 shoot docs/images/viewer-object-relocations.png sample.o .relxeb.text
+shoot docs/images/viewer-archive-link-member.png sample.a "Link Member"
