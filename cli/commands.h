@@ -14,5 +14,6 @@ void RegisterInfo(CLI::App& app, CommandResult& result);
 void RegisterReloc(CLI::App& app, CommandResult& result);
 void RegisterDump(CLI::App& app, CommandResult& result);
 void RegisterAr(CLI::App& app, CommandResult& result);
+void RegisterBrowse(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
   cli::RegisterReloc(app, result);
   cli::RegisterDump(app, result);
   cli::RegisterAr(app, result);
+  cli::RegisterBrowse(app, result);
 
   try {
     app.parse(argc, argv);

@@ -9,6 +9,7 @@
 #include "frame/exception.h"
 #include "fuzz_file.h"
 #include "object/kofd_elf.h"
+#include "platform/control_model.h"
 #include "reloc/relocation_tables.h"
 #include "present/object_dumps.h"
 #include "sections/bank_table.h"
@@ -213,6 +214,23 @@ void Relocate(I_KOfdSection* pSection) {
   for (DWORD dwMode = 0; dwMode < 4; ++dwMode) pRelocation->Relocate(dwMode, &sink);
 }
 
+// The tree, and every item's list shown and hidden in the portable control models; a row past the
+// end is asked for directly as well.
+void RunEveryView(C_KOfdELF& document) {
+  platform::TreeModel tree;
+  platform::ListModel list;
+  document.SetWindows(&tree, &list);
+  platform::TreeItem hFile = tree.Insert(platform::kTreeRoot, "input", 0, 0);
+  document.SetRootItem(hFile);
+  document.AddToTree(nullptr);
+  for (platform::TreeItem hItem : tree.Children(hFile)) {
+    C_Browse* pBrowse = dynamic_cast<C_Browse*>(reinterpret_cast<I_Browse*>(tree.Find(hItem)->lParam));
+    pBrowse->ShowInList();
+    pBrowse->ShowRow(static_cast<DWORD>(list.Rows().size()));
+    pBrowse->HideAll();
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
@@ -240,6 +258,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     I_KOfdSection* pSection = nullptr;
     if (document.GetSection(i, &pSection) == S_OK && pSection) Relocate(pSection);
   }
+  RunEveryView(document);
+
   DWORD dwMemory = 0;
   document.GetLoadableMemorySize(&dwMemory);
   RunEveryDump(document);

@@ -1,15 +1,21 @@
 // The DLL suite: loads kofd.dll as a host does and checks what crosses the module boundary:
-// the exports, the string resources, interface conversion and exceptions thrown inside the DLL.
+// the exports, the string resources, interface conversion, exceptions thrown inside the DLL, and
+// the browse views filling real comctl32 tree and list controls.
 // Prints one line per failed check and ends with "N passed, N failed".
 #include <windows.h>
 
+#include <commctrl.h>
+
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "frame/exception.h"
 #include "frame/exports.h"
 #include "frame/file.h"
+#include "host_views.h"
 #include "object/kofd_elf.h"
 #include "reloc/relocation_tables.h"
 
@@ -25,18 +31,6 @@ void Check(bool bOk, const char* pszWhat, const std::string& sDetail = std::stri
   }
   ++g_nFailed;
   printf("FAILED: %s%s%s\n", pszWhat, sDetail.empty() ? "" : ": ", sDetail.c_str());
-}
-
-struct Exports {
-  PFN_CreateFactory pfnCreateFactory;
-  PFN_CreateInstance pfnCreateInstance;
-  PFN_EnumBodyNames pfnEnumBodyNames;
-  PFN_Stop pfnStop;
-};
-
-template <class T>
-T Find(HMODULE hDll, const char* pszName) {
-  return reinterpret_cast<T>(reinterpret_cast<void*>(GetProcAddress(hDll, pszName)));
 }
 
 void CheckStringResources(HMODULE hDll) {
@@ -165,6 +159,43 @@ void CheckObjectOpens(const Exports& dll) {
   if (pObject) pObject->Destroy();
 }
 
+// The first line where two texts differ, for the report of a failed comparison.
+std::string FirstDifference(const std::string& sActual, const std::string& sExpected) {
+  std::size_t nStart = 0;
+  for (;;) {
+    const std::size_t nActualEnd = sActual.find('\n', nStart), nExpectedEnd = sExpected.find('\n', nStart);
+    const std::string sLeft = sActual.substr(nStart, nActualEnd - nStart);
+    const std::string sRight = sExpected.substr(nStart, nExpectedEnd - nStart);
+    if (sLeft != sRight || nActualEnd == std::string::npos) return "\"" + sLeft + "\" where \"" + sRight + "\" was expected";
+    nStart = nActualEnd + 1;
+  }
+}
+
+// The document's items and lists (an object's, an archive's with its members' objects) on real
+// comctl32 controls read back as the text the portable
+// control models gave `kofd browse FILE --all` for the same file (the golden text beside the
+// suite).
+void CheckBrowseOnRealControls(const Exports& dll, const char* pszFile, const char* pszGolden) {
+  HostDocument document;
+  Check(document.Open(dll, pszFile), "the document to browse opens", document.Error());
+  if (!document.Browse()) return;
+  HWND hWindow = CreateWindowExA(0, "STATIC", "kofd", WS_OVERLAPPEDWINDOW, 0, 0, 800, 600, nullptr, nullptr,
+                                 GetModuleHandleA(nullptr), nullptr);
+  HWND hTree = CreateTreeControl(hWindow);
+  HWND hList = CreateListControl(hWindow);
+  Check(hTree && hList, "real tree and list controls are created");
+  // The last column is sized to fill what is left of the list's width, which comctl32 refuses
+  // when the columns before it already reach past the edge: a wide list leaves room for all.
+  MoveWindow(hList, 0, 0, 4000, 600, FALSE);
+  Check(AddDocumentToTree(hTree, hList, document.Browse(), pszFile) != nullptr, "the document fills the tree", pszFile);
+  std::ifstream golden(pszGolden, std::ios::binary);
+  const std::string sExpected((std::istreambuf_iterator<char>(golden)), std::istreambuf_iterator<char>());
+  Check(!sExpected.empty(), "the portable model's listing is beside the suite", pszGolden);
+  const std::string sActual = RenderControls(hTree, hList, true);
+  Check(sActual == sExpected, "the real controls show what the portable model showed", FirstDifference(sActual, sExpected));
+  DestroyWindow(hWindow);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -175,9 +206,8 @@ int main(int argc, char** argv) {
     printf("%d passed, %d failed\n", g_nPassed, g_nFailed);
     return 1;
   }
-  Exports dll = {Find<PFN_CreateFactory>(hDll, "CreateFactory"), Find<PFN_CreateInstance>(hDll, "CreateInstance"),
-                 Find<PFN_EnumBodyNames>(hDll, "EnumBodyNames"), Find<PFN_Stop>(hDll, "Stop")};
-  const bool bExports = dll.pfnCreateFactory && dll.pfnCreateInstance && dll.pfnEnumBodyNames && dll.pfnStop;
+  Exports dll;
+  const bool bExports = FindExports(hDll, &dll);
   Check(bExports, "the four exports are found");
   if (bExports) {
     CheckStringResources(hDll);
@@ -186,6 +216,10 @@ int main(int argc, char** argv) {
     CheckFactory(dll);
     CheckExceptionCrossesBoundary(dll);
     CheckObjectOpens(dll);
+    INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_TREEVIEW_CLASSES | ICC_LISTVIEW_CLASSES};
+    Check(InitCommonControlsEx(&controls) != FALSE, "common controls load");
+    CheckBrowseOnRealControls(dll, "sample.o", "browse_sample_o.txt");
+    CheckBrowseOnRealControls(dll, "sample.a", "browse_sample_a.txt");
     dll.pfnStop();
   }
   FreeLibrary(hDll);

@@ -24,6 +24,7 @@ need wine64 exists /usr/lib/wine/wine64
 need wine has wine
 need xvfb has xvfb-run
 need xauth has xauth
+need imagemagick has import
 need libbenchmark-dev exists /usr/include/benchmark/benchmark.h
 need libclang-rt-14-dev exists /usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-x86_64.a
 need binutils has readelf

@@ -113,3 +113,29 @@ TEST(Cli, RelocListsValuesAndExpressionsAndAppliesThemToACopy) {
             "kofd: " + sObject + ": section 1 is not a relocation section of type 22\n");
   EXPECT_EQ(Kofd(dir, "reloc " + Quoted(sObject) + " --apply word").status, 2);
 }
+
+// The listing of every item is the golden text that the DLL suite also reads off the real Win32
+// controls for the same object.
+TEST(Cli, BrowseRendersTheTreeAndTheListsOfItsItems) {
+  TempDir dir;
+  const std::string sSample = Quoted(std::string(KOFD_EXAMPLES_DIR) + "/sample.o");
+  const Outcome all = Kofd(dir, "browse " + sSample + " --all");
+  EXPECT_EQ(all.status, 0) << all.err;
+  EXPECT_EQ(all.out, TempDir::Read(std::string(KOFD_GOLDEN_DIR) + "/browse_sample_o.txt"));
+  const Outcome tree = Kofd(dir, "browse " + sSample);
+  EXPECT_EQ(tree.out, all.out.substr(0, all.out.find("\n\n") + 1));
+  EXPECT_EQ(Kofd(dir, "browse " + sSample + " --select '.BANKINFO'").out,
+            "Address  Bank\n0        0\n100      0\n4000     1\n8000     2\nc000     3\n");
+  EXPECT_EQ(Kofd(dir, "browse " + sSample + " --select .none").err, "kofd: " + std::string(KOFD_EXAMPLES_DIR) +
+                                                                        "/sample.o: no item .none in the tree\n");
+  EXPECT_EQ(Kofd(dir, "browse " + sSample + " --all --select x").status, 2);
+  const Outcome archive = Kofd(dir, "browse " + Quoted(std::string(KOFD_EXAMPLES_DIR) + "/sample.a") + " --all");
+  EXPECT_EQ(archive.out, TempDir::Read(std::string(KOFD_GOLDEN_DIR) + "/browse_sample_a.txt")) << archive.err;
+  // Any other file is raw data; each row shows the sixteen bytes after its address.
+  const std::string sRaw = Quoted(dir.Write("notes.txt", "#Hello, world 0123"));
+  EXPECT_EQ(Kofd(dir, "browse " + sRaw + " --select 'raw data'").out,
+            std::string("  Address          ") + std::string(2 + 52, ' ') + "Raw Data\n"
+            "00000000             48 65 6C 6C 6F 2C 20 77 - 6F 72 6C 64 20 30 31 32  Hello..world.012\n"
+            "00000010             33 20 20 20 20 20 20 20 - 20 20 20 20 20 20 20 20  3\n");
+  EXPECT_EQ(Kofd(dir, "browse --help").status, 0);
+}

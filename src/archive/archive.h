@@ -16,6 +16,7 @@
 #include "archive/object_member.h"
 #include "frame/exception.h"
 #include "frame/file.h"
+#include "present/browse.h"
 
 class I_KOfdELF;
 
@@ -71,8 +72,12 @@ class I_KOfdArchive : public virtual I_Unknown {
   virtual HRESULT GetNameMember(C_KArcNameMember** ppMember) = 0;
 };
 
-class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File {
+class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File, public virtual C_Browse {
  public:
+  // Browse: the linker member, the name member, then every object member, each under the
+  // archive's tree item, which is also what *phNewItem receives.
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+
   C_KOfdArchive() = default;
   C_KOfdArchive(const C_KOfdArchive&) = delete;
   C_KOfdArchive& operator=(const C_KOfdArchive&) = delete;

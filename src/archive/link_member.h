@@ -24,6 +24,11 @@ class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
   // The listing goes to std::cout; an invalid member writes nothing and answers its Validate.
   HRESULT DumpHead() override;
   HRESULT DumpAll() override;
+  // Browse: its item, and its list columns and rows (present/archive_views.cpp).
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
 
   // Reads the header at dwOffset, then Size bytes, and parses them. Counts that the data cannot
   // hold are the read failure (1016 "When read linker member").

@@ -20,6 +20,7 @@
 #include "frame/exception.h"
 #include "frame/file.h"
 #include "present/dump.h"
+#include "present/browse.h"
 
 constexpr DWORD kArcMemberHeaderSize = 60;
 
@@ -68,8 +69,8 @@ class C_KArcMemberHeader : public virtual I_KArcMemberHeader, public virtual C_E
   BYTE m_Bytes[kArcMemberHeaderSize];
 };
 
-// A member and its header: every member shows its header's numbers as its own.
-class C_KArcMember : public virtual I_KArcMemberHeader, public virtual C_Exception {
+// A member and its header: every member shows its header's numbers as its own, and is browsed.
+class C_KArcMember : public virtual I_KArcMemberHeader, public virtual C_Exception, public virtual C_Browse {
  public:
   DWORD GetSize() override { return m_Header.GetSize(); }
   DWORD GetDate() override { return m_Header.GetDate(); }

@@ -15,6 +15,11 @@ class C_KArcNameMember : public C_KArcMember, public virtual C_KOfdDump {
  public:
   HRESULT DumpHead() override;
   HRESULT DumpAll() override;
+  // Browse: its item, and its list columns and rows (present/archive_views.cpp).
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
 
   // Reads the header at dwOffset, then appends its Size bytes to the buffer.
   HRESULT Read(I_File* pFile, DWORD dwOffset);

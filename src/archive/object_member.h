@@ -31,6 +31,10 @@ class I_KArcObjectMember : public virtual I_Unknown {
 
 class C_KArcObjectMember : public virtual I_KArcObjectMember, public C_KArcMember {
  public:
+  // Browse: the member's name, then its object document's items under it; E_POINTER without a
+  // tree item. Its list is the default one.
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+
   C_KArcObjectMember();
   C_KArcObjectMember(const C_KArcObjectMember&) = delete;
   C_KArcObjectMember& operator=(const C_KArcObjectMember&) = delete;

@@ -7,6 +7,7 @@
 #include "frame/exception.h"
 #include "frame/file.h"
 #include "present/dump.h"
+#include "present/browse.h"
 #include "sections/storage.h"
 
 class I_UnknownObject : public virtual I_Unknown {
@@ -21,12 +22,20 @@ class I_UnknownObject : public virtual I_Unknown {
   virtual HRESULT Save() = 0;
 };
 
-class C_UnknownObject : public virtual I_UnknownObject, public virtual C_File, public virtual C_KOfdDump {
+class C_UnknownObject : public virtual I_UnknownObject,
+                        public virtual C_File,
+                        public virtual C_KOfdDump,
+                        public virtual C_Browse {
  public:
   // Rows of sixteen bytes, printf-style to stdout; each row shows the bytes after its address.
   HRESULT DumpHead() override;
   HRESULT DumpRecord(DWORD dwRow) override;
   HRESULT DumpAll() override;
+  // Browse: its item "Raw Data", and its list columns and rows (present/archive_views.cpp).
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
 
   // Both the object's open and its file's.
   HRESULT Open(DWORD dwMode) override;

@@ -16,6 +16,7 @@
 #include "frame/exception.h"
 #include "frame/file.h"
 #include "object/kelf_records.h"
+#include "present/browse.h"
 #include "present/dump.h"
 
 class I_KOfdStringTable;
@@ -98,11 +99,18 @@ class C_KElfSignature : public virtual I_KElfSignature, public virtual C_Excepti
 };
 
 // The header classes dump as listings to std::cout; DumpHead and DumpRecord stay E_FAIL.
-class C_KElfHeader : public virtual I_KElfHeader, public virtual C_Exception, public virtual C_KOfdDump {
+class C_KElfHeader : public virtual I_KElfHeader, public virtual C_Exception, public virtual C_KOfdDump,
+                    public virtual C_Browse {
  public:
   C_KElfHeader() = default;
   C_KElfHeader(const C_KElfHeader&) = delete;
   C_KElfHeader& operator=(const C_KElfHeader&) = delete;
+
+  // Browse: its item, and its list columns and rows (present/*_views.cpp).
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
 
   // Reads and checks the signature, reads the header, converts a big-endian one to host order
   // and validates Version, EHSize and SHEntSize.
@@ -174,8 +182,14 @@ class C_KElfRecordTable : public virtual Interface, public virtual C_Exception, 
   std::unique_ptr<BYTE[]> m_pData;
 };
 
-class C_KElfProgramHeader : public C_KElfRecordTable<KEL_PHDR, I_KElfProgramHeader> {
+class C_KElfProgramHeader : public C_KElfRecordTable<KEL_PHDR, I_KElfProgramHeader>, public virtual C_Browse {
  public:
+  // Browse: its item, and its list columns and rows (present/*_views.cpp).
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   // Nothing is read when PHNum is 0. Records lie 32 bytes apart whatever PHEntSize says.
   HRESULT Read(I_File* pFile, DWORD dwBase) override;
   // Frees the records and the segment bytes.
@@ -195,8 +209,14 @@ class C_KElfProgramHeader : public C_KElfRecordTable<KEL_PHDR, I_KElfProgramHead
   std::unique_ptr<Segment[]> m_pSegments;
 };
 
-class C_KElfSectionHeader : public C_KElfRecordTable<KEL_SHDR, I_KElfSectionHeader> {
+class C_KElfSectionHeader : public C_KElfRecordTable<KEL_SHDR, I_KElfSectionHeader>, public virtual C_Browse {
  public:
+  // Browse: its item, and its list columns and rows (present/*_views.cpp).
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   // Nothing is read or allocated when SHNum is 0.
   HRESULT Read(I_File* pFile, DWORD dwBase) override;
   HRESULT Clear() override;

@@ -67,12 +67,16 @@ enum : DWORD {
   kSectionPending = 0x2,  // waiting for the sections it names to be read
 };
 
-class C_KOfdELF : public virtual I_KOfdELF, public virtual I_KOfdSectionHost, public virtual C_File {
+class C_KOfdELF : public virtual I_KOfdELF, public virtual I_KOfdSectionHost, public virtual C_File, public virtual C_Browse {
  public:
   C_KOfdELF() = default;
   C_KOfdELF(const C_KOfdELF&) = delete;
   C_KOfdELF& operator=(const C_KOfdELF&) = delete;
   ~C_KOfdELF() override;
+
+  // Browse: the three headers, then every section that has a section object, each under the
+  // document's tree item, which is also what *phNewItem receives.
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
 
   HRESULT GetFileHeader(I_KElfHeader** ppHeader) override;
   HRESULT GetProgramHeader(I_KElfProgramHeader** ppTable) override;

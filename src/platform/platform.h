@@ -68,21 +68,27 @@ bool IsAlphaNumeric(char ch);
 
 // ---- Window controls (browse views) ------------------------------------------------------
 // On Win32 a window is the host's control and each request is a window message to it. On POSIX
-// a window is a pointer to an in-memory control model that records the requests it receives.
+// a window is a pointer to an in-memory control model (platform/control_model.h) that answers
+// as the control would and can record the requests it receives.
 typedef void* Window;
 typedef void* TreeItem;
 
+// The new item, last under hParent, or null when the control refuses it.
 TreeItem TreeInsertItem(Window hTree, TreeItem hParent, const char* pszText, int nImage,
                         std::intptr_t lParam);
 bool TreeDeleteItem(Window hTree, TreeItem hItem);
+// False for an item without children, as the control answers.
 bool TreeExpand(Window hTree, TreeItem hItem, unsigned uFlags);
+// The index the column or row went to, or -1.
 int ListInsertColumn(Window hList, int nColumn, const char* pszTitle, int nWidth);
 bool ListDeleteColumn(Window hList, int nColumn);
 bool ListSetColumnWidth(Window hList, int nColumn, int nWidth);
 int ListInsertItem(Window hList, int nRow, const char* pszText, std::intptr_t lParam);
 bool ListSetItemText(Window hList, int nRow, int nColumn, const char* pszText);
+// The first row after nStart whose text begins with pszText (ignoring case), or -1.
 int ListFindItem(Window hList, int nStart, const char* pszText);
 bool ListDeleteAllItems(Window hList);
+// tmAveCharWidth of the font a device context of the window starts with; 0 when unknown.
 int AverageCharWidth(Window hList);
 
 }  // namespace platform

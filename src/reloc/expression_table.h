@@ -43,6 +43,11 @@ class I_KOfdExpressionTable : public virtual I_Unknown {
 
 class C_KOfdExpressionTable : public virtual I_KOfdExpressionTable, public C_KOfdSectionTable<KEL_EXP> {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   HRESULT GetCount(DWORD* pdwCount) override;
   using C_BaseTable<KEL_EXP>::GetCount;
   HRESULT GetAt(DWORD dwIndex, KEL_EXP** ppRecord) override { return C_BaseTable<KEL_EXP>::GetAt(dwIndex, ppRecord); }

@@ -85,6 +85,11 @@ class C_KOfdRelxeTable : public virtual I_KOfdRelxeTable,
                          public C_KOfdRelocationLinks,
                          public C_KOfdSectionTable<KEL_RELXE> {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   HRESULT GetAt(DWORD dwIndex, KEL_RELXE** ppRecord) override { return C_BaseTable<KEL_RELXE>::GetAt(dwIndex, ppRecord); }
   HRESULT GetByteTarget(DWORD dwIndex, BYTE** ppByte) override;
   HRESULT GetWordTarget(DWORD dwIndex, DWORD** ppWord) override;
@@ -99,6 +104,11 @@ class C_KOfdRelxebTable : public virtual I_KOfdRelxebTable,
                           public C_KOfdRelocationLinks,
                           public C_KOfdSectionTable<KEL_RELXEB> {
  public:
+  // Browse: the list columns and rows, with the expression of each record (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   HRESULT GetCount(DWORD* pdwCount) override;
   HRESULT GetAt(DWORD dwIndex, KEL_RELXEB** ppRecord) override { return C_BaseTable<KEL_RELXEB>::GetAt(dwIndex, ppRecord); }
   HRESULT GetByteTarget(DWORD dwIndex, BYTE** ppByte) override;

@@ -8,6 +8,11 @@ class I_KOfdBankTable : public virtual I_BaseTable<KEL_BANKINFO> {};
 
 class C_KOfdBankTable : public virtual I_KOfdBankTable, public virtual C_KOfdSectionTable<KEL_BANKINFO> {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   ~C_KOfdBankTable() override;
 
   HRESULT DumpHead() override;

@@ -23,6 +23,11 @@ class I_KOfdKmdInfoTable : public virtual I_Unknown {
 
 class C_KOfdKmdInfoTable : public virtual I_KOfdKmdInfoTable, public virtual C_KOfdHashSectionTable<KEL_KMDINFO> {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   HRESULT GetKdmCount(DWORD* pdwCount) override;
   HRESULT GetKdmWithName(DWORD dwIndex, const char** ppszName, KEL_KMDINFO** ppEntry) override;
   HRESULT GetKdm(DWORD dwIndex, KEL_KMDINFO** ppEntry) override;
@@ -47,6 +52,11 @@ class I_KOfdKmdTable : public virtual I_Unknown {
 
 class C_KOfdKmdTable : public virtual I_KOfdKmdTable, public virtual C_KOfdSectionStorage<BYTE> {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   HRESULT GetData(BYTE** ppData) override;
   HRESULT GetPlacement(DWORD* pdwAddress, DWORD* pdwSize, DWORD* pdwInfo) override;
 

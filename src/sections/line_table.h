@@ -43,6 +43,11 @@ class I_KOfdSourceLineTable : public virtual I_Unknown {
 class C_KOfdSourceLineTable : public virtual I_KOfdSourceLineTable,
                               public virtual C_KOfdMultiHashSectionTable<DWORD, KEL_SRCLINE> {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   HRESULT GetSourceLineCount(DWORD* pdwCount) override;
   HRESULT GetSourceLineAt(DWORD dwIndex, const char** ppszFile, KEL_SRCLINE** ppLine) override;
   HRESULT FindSourceLine(const char* pszFile, DWORD dwNth, KEL_SRCLINE** ppLine) override;

@@ -9,6 +9,7 @@
 #include "frame/exception.h"
 #include "frame/file.h"
 #include "object/kelf_records.h"
+#include "present/browse.h"
 #include "present/dump.h"
 
 class I_KOfdSection : public virtual I_Unknown {
@@ -66,11 +67,16 @@ struct KEL_SECTION_KEY {
 #pragma pack(pop)
 static_assert(sizeof(KEL_SECTION_KEY) == 8, "section key");
 
-class C_KOfdSection : public virtual I_KOfdSection, public virtual C_Exception, public virtual C_KOfdDump {
+class C_KOfdSection : public virtual I_KOfdSection, public virtual C_Exception, public virtual C_KOfdDump,
+                      public virtual C_Browse {
  public:
   C_KOfdSection() = default;
   C_KOfdSection(const C_KOfdSection&) = delete;
   C_KOfdSection& operator=(const C_KOfdSection&) = delete;
+
+  // Browse: one item, the section's name with image 5. A section class without list columns
+  // of its own shows the default message.
+  HRESULT AddToTree(platform::TreeItem* phNewItem) override;
 
   HRESULT SetReference(DWORD dwValue) override;
   HRESULT GetOrigin(DWORD* pdwOrigin) override;

@@ -15,6 +15,11 @@ class I_KOfdShareRomTable : public virtual I_Unknown {
 
 class C_KOfdShareRomTable : public virtual I_KOfdShareRomTable, public virtual C_KOfdSectionStorage<DWORD> {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   HRESULT GetWord(DWORD dwIndex, DWORD** ppWord) override;
   HRESULT GetData(DWORD** ppWords, DWORD* pdwBytes) override;
   HRESULT GetCount(DWORD* pdwCount) override;

@@ -19,6 +19,11 @@ class I_KOfdStabTable : public virtual I_Unknown {
 
 class C_KOfdStabTable : public virtual I_KOfdStabTable, public virtual C_KOfdMultiHashSectionTable<WORD, KEL_STAB> {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   HRESULT GetStabCount(DWORD* pdwCount) override;
   HRESULT GetStabAt(DWORD dwIndex, const char** ppszName, KEL_STAB** ppStab) override;
   HRESULT FindStab(const char* pszName, DWORD dwNth, KEL_STAB** ppStab) override;

@@ -146,6 +146,11 @@ class I_KOfdProgramTable : public virtual I_Unknown {
 
 class C_KOfdProgramTable : public virtual I_KOfdProgramTable, public C_KOfdSectionStorage<BYTE> {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   HRESULT GetDword(DWORD dwIndex, DWORD** ppWord) override;
   HRESULT GetWord(DWORD dwIndex, WORD** ppHalf) override;
   HRESULT GetByte(DWORD dwOffset, BYTE** ppByte) override;

@@ -28,6 +28,11 @@ class I_KOfdStringTable : public virtual I_Unknown {
 
 class C_KOfdStringTable : public virtual I_KOfdStringTable, public virtual I_KOfdStorage, public virtual C_KOfdSection {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   ~C_KOfdStringTable() override;
 
   I_KOfdStringTable* AssignFromString(const char* psz) override;

@@ -25,6 +25,11 @@ class I_KOfdSymbolTable : public virtual I_Unknown {
 
 class C_KOfdSymbolTable : public virtual I_KOfdSymbolTable, public virtual C_KOfdMultiHashSectionTable<WORD, ELF32_SYM> {
  public:
+  // Browse: the list columns and rows (present/section_views.cpp).
+  HRESULT SetColumns() override;
+  HRESULT ShowRow(DWORD dwRow) override;
+  HRESULT FillList() override;
+
   HRESULT GetSymbolCount(DWORD* pdwCount) override;
   HRESULT FindSymbolName(const char* pszName, const char** ppszStored, ELF32_SYM** ppSymbol) override;
   HRESULT GetSymbolSection(const char* pszName, I_KOfdSection** ppSection) override;

@@ -1,5 +1,4 @@
 // POSIX errors, string resources, message boxes and character classes.
-#include <ctype.h>
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
@@ -63,6 +62,14 @@ MessageBoxHook SetMessageBoxHook(MessageBoxHook pfnHook) {
   return previous;
 }
 
-bool IsAlphaNumeric(char ch) { return ::isalnum(static_cast<unsigned char>(ch)) != 0; }
+// The answer IsCharAlphaNumericA gives in Windows code page 1252, the ANSI code page of the
+// systems the hosts run on, so that character columns read the same here as from the DLL: ASCII
+// letters and digits, and above 0x7F the accented and other letters and the superscript digits.
+bool IsAlphaNumeric(char ch) {
+  static const unsigned short kHighBytes[8] = {0x5508, 0xD400, 0x0400, 0x062C, 0xFFFF, 0xFF7F, 0xFFFF, 0xFF7F};
+  const unsigned char byte = static_cast<unsigned char>(ch);
+  if (byte >= 0x80) return (kHighBytes[(byte - 0x80) >> 4] >> (byte & 0xF)) & 1;
+  return (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
+}
 
 }  // namespace platform

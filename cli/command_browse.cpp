@@ -1,0 +1,146 @@
+// kofd browse FILE: the document's tree view, and with --select or --all the list views of its
+// items, filled through the browse interfaces into the portable control models. The tool plays
+// the host: it owns both controls, puts an item for the file at the top of the tree and hands
+// that item to the document.
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "archive/archive.h"
+#include "archive/unknown_object.h"
+#include "commands.h"
+#include "frame/fileio.h"
+#include "frame/text.h"
+#include "object_file.h"
+#include "platform/control_model.h"
+#include "present/browse.h"
+#include "report.h"
+#include "view_text.h"
+
+namespace cli {
+namespace {
+
+struct BrowseOptions {
+  std::string sPath;
+  std::string sSelect;
+  bool bAll = false;
+};
+
+struct Destroyer {
+  void operator()(I_Unknown* pObject) const { pObject->Destroy(); }
+};
+
+// The opened document, as its owner and as its browse interface.
+struct BrowsedDocument {
+  std::unique_ptr<I_Unknown, Destroyer> pOwner;
+  I_Browse* pBrowse = nullptr;
+};
+
+// An object, an archive, or any other file as an unknown object, as its first bytes say.
+BrowsedDocument OpenBrowsed(const std::string& sPath) {
+  BrowsedDocument document;
+  if (IsObjectFile(sPath.c_str()) == S_OK) {
+    std::unique_ptr<C_KOfdELF4> pObject = OpenObject(sPath);
+    document.pBrowse = pObject.get();
+    document.pOwner.reset(pObject.release());
+  } else if (IsArchiveFile(sPath.c_str()) == S_OK) {
+    auto* pArchive = new C_KOfdArchive;
+    document.pOwner.reset(pArchive);
+    document.pBrowse = pArchive;
+    pArchive->AttachPath(sPath.c_str(), 0);
+    pArchive->Open();
+  } else {
+    auto* pUnknown = new C_UnknownObject;
+    document.pOwner.reset(pUnknown);
+    document.pBrowse = pUnknown;
+    pUnknown->AttachPath(sPath.c_str(), 0);
+    pUnknown->Load();
+  }
+  return document;
+}
+
+std::string BaseName(const std::string& sPath) {
+  const std::size_t nSlash = sPath.find_last_of('/');
+  return nSlash == std::string::npos ? sPath : sPath.substr(nSlash + 1);
+}
+
+// The items in tree order, each with its depth.
+struct TreeEntry {
+  int nDepth;
+  platform::TreeItem hItem;
+};
+
+void Walk(const platform::TreeModel& tree, platform::TreeItem hParent, int nDepth, std::vector<TreeEntry>* pEntries) {
+  for (platform::TreeItem hChild : tree.Children(hParent)) {
+    pEntries->push_back({nDepth, hChild});
+    Walk(tree, hChild, nDepth + 1, pEntries);
+  }
+}
+
+I_Browse* BrowseOf(const platform::TreeModel& tree, platform::TreeItem hItem) {
+  return reinterpret_cast<I_Browse*>(tree.Find(hItem)->lParam);
+}
+
+// The item's list, shown, read off the model and hidden again.
+view_text::ListView ShowList(I_Browse* pBrowse, const platform::ListModel& list, HRESULT* phr) {
+  view_text::ListView view;
+  *phr = pBrowse->ShowInList();
+  for (const platform::ListModel::Column& column : list.Columns()) view.vTitles.push_back(column.sTitle);
+  for (const platform::ListModel::Row& row : list.Rows()) view.vRows.push_back(row.vCells);
+  pBrowse->HideAll();
+  return view;
+}
+
+int RunBrowse(const BrowseOptions& options) {
+  return RunReporting(options.sPath, [&] {
+    BrowsedDocument document = OpenBrowsed(options.sPath);
+    platform::TreeModel tree;
+    platform::ListModel list;
+    document.pBrowse->SetWindows(&tree, &list);
+    platform::TreeItem hFile = tree.Insert(platform::kTreeRoot, BaseName(options.sPath).c_str(), 0, 0);
+    document.pBrowse->SetRootItem(hFile);
+    HRESULT hr = document.pBrowse->AddToTree(nullptr);
+    if (hr < 0) return ReportFailure(options.sPath, hr);
+
+    std::vector<TreeEntry> entries;
+    Walk(tree, platform::kTreeRoot, 0, &entries);
+    std::string sOut;
+    if (!options.sSelect.empty()) {
+      for (const TreeEntry& entry : entries) {
+        I_Browse* pBrowse = BrowseOf(tree, entry.hItem);
+        if (!pBrowse || !kofd_text::EqualIgnoringCase(tree.Find(entry.hItem)->sText.c_str(), options.sSelect.c_str())) continue;
+        view_text::AppendList(&sOut, ShowList(pBrowse, list, &hr));
+        if (hr < 0) return ReportFailure(options.sPath, hr);
+        fputs(sOut.c_str(), stdout);
+        return 0;
+      }
+      return ReportFailure(options.sPath, "no item " + options.sSelect + " in the tree");
+    }
+    std::vector<view_text::TreeLine> lines;
+    for (const TreeEntry& entry : entries) lines.push_back({entry.nDepth, tree.Find(entry.hItem)->sText});
+    view_text::AppendTree(&sOut, lines);
+    for (const TreeEntry& entry : entries) {
+      I_Browse* pBrowse = options.bAll ? BrowseOf(tree, entry.hItem) : nullptr;
+      if (!pBrowse) continue;
+      view_text::AppendListHeading(&sOut, tree.Find(entry.hItem)->sText);
+      view_text::AppendList(&sOut, ShowList(pBrowse, list, &hr));
+      if (hr < 0) return ReportFailure(options.sPath, hr);
+    }
+    fputs(sOut.c_str(), stdout);
+    return 0;
+  });
+}
+
+}  // namespace
+
+void RegisterBrowse(CLI::App& app, CommandResult& result) {
+  CLI::App* command = app.add_subcommand("browse", "Show the tree view of FILE, and the list views of its items");
+  auto options = std::make_shared<BrowseOptions>();
+  command->add_option("FILE", options->sPath, "A KELF object, an archive, or any other file (shown as raw data)")->required();
+  CLI::Option* select = command->add_option(
+      "--select", options->sSelect, "Show the list of one item instead of the tree: a caption such as \"Section Header\", or a section or member name (ignoring case)");
+  command->add_flag("--all", options->bAll, "After the tree, show the list of every item in tree order")->excludes(select);
+  command->callback([options, &result] { result.status = RunBrowse(*options); });
+}
+
+}  // namespace cli
