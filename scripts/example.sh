@@ -16,3 +16,4 @@ run dump examples/sample.o --file-header --section .symtab
 run ar examples/sample.a list
 run ar examples/sample.a symbols
 run ar examples/sample.a find uart_putc
+run browse examples/sample.o --select .relxeb.text
