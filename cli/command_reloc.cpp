@@ -121,12 +121,8 @@ void PrintTable(C_KOfdELF4& document, DWORD dwIndex, ListingWriter& out) {
 }
 
 // Prints each high-byte report as it comes.
-class PrintingSink : public I_KOfdRelocationSink {
+class PrintingSink : public C_KOfdRelocationSink {
  public:
-  HRESULT Reserved1() override { return S_OK; }
-  HRESULT Reserved2() override { return S_OK; }
-  HRESULT Reserved3() override { return S_OK; }
-  HRESULT Reserved4() override { return S_OK; }
   HRESULT ReportHighByte(const DWORD* pPair) override {
     printf("high byte %02x at %08x\n", static_cast<unsigned>(pPair[1]), static_cast<unsigned>(pPair[0]));
     return S_OK;

@@ -196,11 +196,7 @@ void WalkRelocations(I_KOfdSection* pSection) {
 }
 
 // Counts the reports; Relocate patches the document's own copy of the program bytes.
-struct CountingSink : I_KOfdRelocationSink {
-  HRESULT Reserved1() override { return S_OK; }
-  HRESULT Reserved2() override { return S_OK; }
-  HRESULT Reserved3() override { return S_OK; }
-  HRESULT Reserved4() override { return S_OK; }
+struct CountingSink : C_KOfdRelocationSink {
   HRESULT ReportHighByte(const DWORD* pPair) override {
     g_dwSink = pPair[0] + pPair[1];
     return S_OK;

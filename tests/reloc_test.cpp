@@ -146,11 +146,7 @@ struct OpenedObject {
   C_KOfdELF4 document;
 };
 
-struct RecordingSink : I_KOfdRelocationSink {
-  HRESULT Reserved1() override { return S_OK; }
-  HRESULT Reserved2() override { return S_OK; }
-  HRESULT Reserved3() override { return S_OK; }
-  HRESULT Reserved4() override { return S_OK; }
+struct RecordingSink : C_KOfdRelocationSink {
   HRESULT ReportHighByte(const DWORD* pPair) override {
     reports.push_back({pPair[0], pPair[1]});
     return E_FAIL;  // ignored: the field is patched all the same

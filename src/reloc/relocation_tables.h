@@ -54,6 +54,15 @@ class I_KOfdRelocationSink {
   virtual ~I_KOfdRelocationSink() = default;
 };
 
+// A sink for callers that only want the reports: the host operations do nothing.
+class C_KOfdRelocationSink : public I_KOfdRelocationSink {
+ public:
+  HRESULT Reserved1() override { return S_OK; }
+  HRESULT Reserved2() override { return S_OK; }
+  HRESULT Reserved3() override { return S_OK; }
+  HRESULT Reserved4() override { return S_OK; }
+};
+
 class I_KOfdRelocation : public virtual I_Unknown {
  public:
   // Patches the target with every record's value. Offset counts bytes (mode 0, 32-bit unit),
