@@ -16,6 +16,7 @@
 #include "commands.h"
 #include "frame/error.h"
 #include "object/kofd_elf.h"
+#include "object_file.h"
 #include "platform/platform.h"
 #include "report.h"
 
@@ -51,11 +52,6 @@ class Progress {
   std::size_t m_nTotal;
   bool m_bShown;
 };
-
-void OpenArchive(C_KOfdArchive& archive, const std::string& sLibrary) {
-  archive.AttachPath(sLibrary.c_str(), 0);
-  archive.Open();
-}
 
 // The name of the member that symbol dwSymbol of the linker member names.
 const char* MemberOfSymbol(C_KOfdArchive& archive, DWORD dwSymbol, const char* pszSymbol) {

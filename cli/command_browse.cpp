@@ -9,7 +9,6 @@
 #include "archive/archive.h"
 #include "archive/unknown_object.h"
 #include "commands.h"
-#include "frame/fileio.h"
 #include "frame/text.h"
 #include "object_file.h"
 #include "platform/control_model.h"
@@ -39,16 +38,16 @@ struct BrowsedDocument {
 // An object, an archive, or any other file as an unknown object, as its first bytes say.
 BrowsedDocument OpenBrowsed(const std::string& sPath) {
   BrowsedDocument document;
-  if (IsObjectFile(sPath.c_str()) == S_OK) {
+  const FileKind kind = KindOfFile(sPath);
+  if (kind == FileKind::kObject) {
     std::unique_ptr<C_KOfdELF4> pObject = OpenObject(sPath);
     document.pBrowse = pObject.get();
     document.pOwner.reset(pObject.release());
-  } else if (IsArchiveFile(sPath.c_str()) == S_OK) {
+  } else if (kind == FileKind::kArchive) {
     auto* pArchive = new C_KOfdArchive;
     document.pOwner.reset(pArchive);
     document.pBrowse = pArchive;
-    pArchive->AttachPath(sPath.c_str(), 0);
-    pArchive->Open();
+    OpenArchive(*pArchive, sPath);
   } else {
     auto* pUnknown = new C_UnknownObject;
     document.pOwner.reset(pUnknown);

@@ -7,7 +7,6 @@
 
 #include "commands.h"
 #include "frame/error.h"
-#include "frame/exports.h"
 #include "archive/archive.h"
 #include "archive/object_member.h"
 #include "archive/unknown_object.h"
@@ -42,10 +41,6 @@ struct Selection {
 bool IsArchiveSelector(Selector selector) {
   return selector == Selector::kLinkerMember || selector == Selector::kNameMember || selector == Selector::kMember;
 }
-
-struct FactoryDeleter {
-  void operator()(I_Factory* pFactory) const { pFactory->Destroy(); }
-};
 
 // DumpAll of an object, writing to standard output whichever stream it uses.
 HRESULT DumpAllOf(I_Unknown* pObject) {
@@ -148,17 +143,6 @@ void DumpWholeArchive(C_KOfdArchive& archive) {
   for (DWORD i = 0; i < dwCount; ++i) DumpMember(archive.MemberAt(i));
 }
 
-enum class Kind { kObject, kArchive, kOther };
-
-Kind KindOf(const std::string& sPath) {
-  std::unique_ptr<I_Factory, FactoryDeleter> factory(CreateFactory());
-  if (!factory) ThrowLibraryError(false, E_OUTOFMEMORY, sPath.c_str());
-  I_Unknown* pDocument = nullptr;
-  const char* pszInterface = nullptr;
-  if (factory->CreateInstance(sPath.c_str(), &pDocument, &pszInterface) != S_OK || !pszInterface) return Kind::kOther;
-  return std::string(pszInterface) == "I_KOfdELF" ? Kind::kObject : Kind::kArchive;
-}
-
 int RunDump(const std::string& sPath, const std::vector<Selection>& selections) {
   return RunReporting(sPath, [&] {
     // Reports go to standard error only after the output made before them.
@@ -166,15 +150,14 @@ int RunDump(const std::string& sPath, const std::vector<Selection>& selections) 
     // An unreadable file is reported as such, not as a file of no known kind.
     C_File probe;
     probe.AttachPath(sPath.c_str(), 0);
-    const Kind kind = KindOf(sPath);
+    const FileKind kind = KindOfFile(sPath);
     std::unique_ptr<C_KOfdELF4> object;
     std::unique_ptr<C_KOfdArchive> archive;
-    if (kind == Kind::kObject) {
+    if (kind == FileKind::kObject) {
       object = OpenObject(sPath);
-    } else if (kind == Kind::kArchive) {
+    } else if (kind == FileKind::kArchive) {
       archive = std::make_unique<C_KOfdArchive>();
-      archive->AttachPath(sPath.c_str(), 0);
-      archive->Open();
+      OpenArchive(*archive, sPath);
     }
     if (selections.empty()) {
       if (object) DumpWholeObject(*object);

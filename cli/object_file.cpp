@@ -2,9 +2,20 @@
 
 #include <cstdlib>
 
+#include "frame/fileio.h"
 #include "frame/text.h"
 
 namespace cli {
+
+FileKind KindOfFile(const std::string& sPath) {
+  if (IsObjectFile(sPath.c_str()) == S_OK) return FileKind::kObject;
+  return IsArchiveFile(sPath.c_str()) == S_OK ? FileKind::kArchive : FileKind::kOther;
+}
+
+void OpenArchive(C_KOfdArchive& archive, const std::string& sPath) {
+  archive.AttachPath(sPath.c_str(), 0);
+  archive.Open();
+}
 
 std::unique_ptr<C_KOfdELF4> OpenObject(const std::string& sPath) {
   auto document = std::make_unique<C_KOfdELF4>();

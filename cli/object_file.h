@@ -4,12 +4,20 @@
 #include <memory>
 #include <string>
 
+#include "archive/archive.h"
 #include "object/kofd_elf.h"
 
 namespace cli {
 
+// What a file is, as the factory decides from its first bytes.
+enum class FileKind { kObject, kArchive, kOther };
+FileKind KindOfFile(const std::string& sPath);
+
 // The newest document revision, opened on sPath; throws the document's failure.
 std::unique_ptr<C_KOfdELF4> OpenObject(const std::string& sPath);
+
+// Attaches the archive to sPath and opens it; throws the archive's failure.
+void OpenArchive(C_KOfdArchive& archive, const std::string& sPath);
 
 // The section that sSelector names: a decimal index, or a name compared ignoring case (the
 // first match). False when it names none.
