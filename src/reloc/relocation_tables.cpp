@@ -8,11 +8,10 @@
 
 HRESULT C_KOfdRelocationLinks::Y_Target(DWORD dwOffset, DWORD nScale, DWORD nWidth, bool bInclusive, HRESULT hrRange,
                                         BYTE** ppUnit) {
-  I_KOfdProgramTable* pTarget = Y_ProgramTable();
+  C_KOfdProgramTable* pTarget = Y_ProgramTable();
   if (!pTarget) return E_FAIL;
-  I_KOfdSection* pTargetSection = Y_ProgramSection();
   // The bound is the target's recorded size, asked afresh on every call.
-  const DWORD dwLimit = pTargetSection->GetSize() / nScale;
+  const DWORD dwLimit = pTarget->GetSize() / nScale;
   if (bInclusive ? dwOffset > dwLimit : dwOffset >= dwLimit) return hrRange;
   // The unit must also lie in the bytes held, which can be fewer than the recorded size. An
   // inclusive bound may point just past them, into the zero padding every held block carries.
@@ -85,7 +84,7 @@ HRESULT C_KOfdRelxebTable::Z_Walk(DWORD dwIndex, Visit&& visit) {
   const KEL_RELXEB& record = *Y_Record(dwIndex);
   if (record.exp_start > record.exp_end) return S_OK;
   if (record.exp_end - record.exp_start >= kMaxExpressionRun) return E_FAIL;
-  C_KOfdExpressionTable* pExpressions = m_Tokens.Get(GetLinkedSection());
+  C_KOfdExpressionTable* pExpressions = Y_ExpressionTable();
   if (!pExpressions) return E_POINTER;
   const DWORD dwCount = pExpressions->GetCount();
   for (DWORD i = record.exp_start;; ++i) {

@@ -76,18 +76,18 @@ enum : DWORD { KEL_RELOCATE_BYTE = 0, KEL_RELOCATE_HALF = 1, KEL_RELOCATE_WORD =
 // The links both relocation tables share.
 class C_KOfdRelocationLinks : public virtual C_KOfdSection {
  protected:
-  I_KOfdExpressionTable* Y_ExpressionTable() { return m_Expressions.Get(GetLinkedSection()); }
-  I_KOfdProgramTable* Y_ProgramTable() { return m_Program.Get(GetInfoSection()); }
-  I_KOfdSection* Y_ProgramSection() { return m_ProgramSection.Get(GetInfoSection()); }
+  // Every expression section and program section is of these classes, so one conversion
+  // serves both the interface the callers ask for and the walks and bounds that need more.
+  C_KOfdExpressionTable* Y_ExpressionTable() { return m_Expressions.Get(GetLinkedSection()); }
+  C_KOfdProgramTable* Y_ProgramTable() { return m_Program.Get(GetInfoSection()); }
   // The target unit of nWidth bytes at dwOffset × nScale, when dwOffset passes the bound
   // (dwOffset < dwLimit, or <= with bInclusive) taken from the target's recorded size / nScale.
   // Fails with hrRange; E_FAIL when there is no target.
   HRESULT Y_Target(DWORD dwOffset, DWORD nScale, DWORD nWidth, bool bInclusive, HRESULT hrRange, BYTE** ppUnit);
 
  private:
-  C_LinkAs<I_KOfdExpressionTable> m_Expressions;
-  C_LinkAs<I_KOfdProgramTable> m_Program;
-  C_LinkAs<I_KOfdSection> m_ProgramSection;
+  C_LinkAs<C_KOfdExpressionTable> m_Expressions;
+  C_LinkAs<C_KOfdProgramTable> m_Program;
 };
 
 class C_KOfdRelxeTable : public virtual I_KOfdRelxeTable,
@@ -143,8 +143,6 @@ class C_KOfdRelxebTable : public virtual I_KOfdRelxebTable,
   // does not allocate a stack per record.
   C_KOfdCalculator m_Calculator;
   C_KOfdExpressioner m_Expressioner;
-  // The linked expression section as the class that walks hand out its tokens.
-  C_LinkAs<C_KOfdExpressionTable> m_Tokens;
 };
 
 // Longest expression run that is walked. Toolchain expressions are a handful of tokens; the
