@@ -59,16 +59,6 @@ HRESULT DumpHeadAndAll(C_KOfdDump& dump) {
   return DumpAllOf(&dump);
 }
 
-bool IsIndex(const std::string& sSelector) {
-  return !sSelector.empty() && sSelector.size() <= 9 && sSelector.find_first_not_of("0123456789") == std::string::npos;
-}
-
-// The section that sSelector names: by index when it is all digits, else by name ignoring case.
-HRESULT FindSelected(I_KOfdELF& document, const std::string& sSelector, I_KOfdSection** ppSection) {
-  if (!IsIndex(sSelector)) return document.FindSection(sSelector.c_str(), ppSection);
-  return document.GetSection(static_cast<DWORD>(std::stoul(sSelector)), ppSection);
-}
-
 // Headers, then every section that has a section object, in index order. A listing or a
 // section that has nothing to show is passed over.
 void DumpWholeObject(I_KOfdELF& document) {
@@ -93,7 +83,7 @@ HRESULT DumpSelection(I_KOfdELF& document, const Selection& selection) {
     default:
       break;
     case Selector::kSection: {
-      const HRESULT hr = FindSelected(document, selection.sName, &pSection);
+      const HRESULT hr = FindSelectedSection(document, selection.sName, &pSection);
       if (hr != S_OK) return hr;
       return DumpAllOf(pSection);
     }

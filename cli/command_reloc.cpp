@@ -24,34 +24,34 @@ struct RelocOptions {
   std::string sOutput;
 };
 
-// The sections to work on: the selected one, or every relocation section of type 22.
-bool SelectTables(C_KOfdELF4& document, const RelocOptions& options, std::vector<DWORD>* pIndexes) {
-  DWORD dwCount = 0;
-  document.GetSectionCount(&dwCount);
-  for (DWORD i = 0; i < dwCount; ++i) {
-    I_KOfdSection* pSection = nullptr;
-    if (document.GetSection(i, &pSection) == S_OK && dynamic_cast<C_KOfdRelxebTable*>(pSection)) pIndexes->push_back(i);
-  }
-  if (options.sSection.empty()) return true;
-  DWORD dwIndex = 0;
-  if (!ResolveSection(document, options.sSection, &dwIndex)) {
-    ReportFailure(options.sPath, "no section " + options.sSection);
-    return false;
-  }
-  I_KOfdSection* pSection = nullptr;
-  document.GetSection(dwIndex, &pSection);
-  if (!dynamic_cast<C_KOfdRelxebTable*>(pSection)) {
-    ReportFailure(options.sPath, "section " + options.sSection + " is not a relocation section of type 22");
-    return false;
-  }
-  *pIndexes = {dwIndex};
-  return true;
-}
-
+// The relocation section of type 22 at dwIndex, or null.
 C_KOfdRelxebTable* TableAt(C_KOfdELF4& document, DWORD dwIndex) {
   I_KOfdSection* pSection = nullptr;
   document.GetSection(dwIndex, &pSection);
   return dynamic_cast<C_KOfdRelxebTable*>(pSection);
+}
+
+// The sections to work on: the selected one, or every relocation section of type 22.
+bool SelectTables(C_KOfdELF4& document, const RelocOptions& options, std::vector<DWORD>* pIndexes) {
+  if (options.sSection.empty()) {
+    DWORD dwCount = 0;
+    document.GetSectionCount(&dwCount);
+    for (DWORD i = 0; i < dwCount; ++i) {
+      if (TableAt(document, i)) pIndexes->push_back(i);
+    }
+    return true;
+  }
+  I_KOfdSection* pSection = nullptr;
+  if (FindSelectedSection(document, options.sSection, &pSection) != S_OK) {
+    ReportFailure(options.sPath, "no section " + options.sSection);
+    return false;
+  }
+  if (!dynamic_cast<C_KOfdRelxebTable*>(pSection)) {
+    ReportFailure(options.sPath, "section " + options.sSection + " is not a relocation section of type 22");
+    return false;
+  }
+  *pIndexes = {pSection->GetKeyIndex()};
+  return true;
 }
 
 // Standard output, formatted by hand into a block that is written when full: a listing of

@@ -1,9 +1,8 @@
 #include "object_file.h"
 
-#include <cstdlib>
+#include <string>
 
 #include "frame/fileio.h"
-#include "frame/text.h"
 
 namespace cli {
 
@@ -24,22 +23,10 @@ std::unique_ptr<C_KOfdELF4> OpenObject(const std::string& sPath) {
   return document;
 }
 
-bool ResolveSection(I_KOfdELF& document, const std::string& sSelector, DWORD* pdwIndex) {
-  DWORD dwCount = 0;
-  document.GetSectionCount(&dwCount);
-  if (!sSelector.empty() && sSelector.find_first_not_of("0123456789") == std::string::npos) {
-    const unsigned long long index = std::strtoull(sSelector.c_str(), nullptr, 10);
-    if (sSelector.size() > 10 || index >= dwCount) return false;
-    *pdwIndex = static_cast<DWORD>(index);
-    return true;
-  }
-  for (DWORD i = 0; i < dwCount; ++i) {
-    if (kofd_text::EqualIgnoringCase(SectionName(document, i).c_str(), sSelector.c_str())) {
-      *pdwIndex = i;
-      return true;
-    }
-  }
-  return false;
+HRESULT FindSelectedSection(I_KOfdELF& document, const std::string& sSelector, I_KOfdSection** ppSection) {
+  const bool bIndex = !sSelector.empty() && sSelector.size() <= 9 && sSelector.find_first_not_of("0123456789") == std::string::npos;
+  if (!bIndex) return document.FindSection(sSelector.c_str(), ppSection);
+  return document.GetSection(static_cast<DWORD>(std::stoul(sSelector)), ppSection);
 }
 
 std::string SectionName(I_KOfdELF& document, DWORD dwIndex) {
