@@ -14,6 +14,7 @@
 
 #include "archive/archive.h"
 #include "commands.h"
+#include "escape.h"
 #include "frame/error.h"
 #include "object/kofd_elf.h"
 #include "object_file.h"
@@ -31,9 +32,6 @@ struct ArOptions {
   std::string sSymbol;
   std::vector<std::string> vItems;
 };
-
-// A failure the tool itself finds, reported like the library's.
-[[noreturn]] void Fail(const std::string& sMessage) { throw C_Exception(E_FAIL, sMessage.c_str()); }
 
 // "kofd: adding 12/200" on standard error, rewritten in place, when it is a terminal.
 class Progress {
@@ -57,7 +55,7 @@ class Progress {
 const char* MemberOfSymbol(C_KOfdArchive& archive, DWORD dwSymbol, const char* pszSymbol) {
   DWORD dwMember = 0;
   if (!archive.LinkMember().GetSymbolMember(dwSymbol, &dwMember) || dwMember >= archive.MemberCount()) {
-    Fail(std::string("the linker member gives symbol ") + pszSymbol + " no member of the archive");
+    Fail("the linker member gives symbol " + EscapeText(pszSymbol) + " no member of the archive");
   }
   return archive.MemberAt(dwMember).GetName();
 }
@@ -82,11 +80,11 @@ void Commit(C_KOfdArchive& archive, const std::string& sLibrary) {
 void CheckAddable(C_KOfdArchive& archive, const std::string& sObject) {
   DWORD dwMember = 0;
   if (archive.FindMember(sObject.c_str(), &dwMember) == S_OK) {
-    Fail("the archive already has a member named " + std::string(archive.MemberAt(dwMember).GetName()));
+    Fail("the archive already has a member named " + EscapeText(archive.MemberAt(dwMember).GetName()));
   }
   C_KOfdELF object;
   object.AttachPath(sObject.c_str(), 0);
-  object.Read();
+  ThrowIfFailed(object.Read(), &object);
   std::vector<std::string> vNames;
   CollectDefinedGlobals(&object, &vNames);
   std::unordered_set<std::string> seen;
@@ -97,9 +95,9 @@ void CheckAddable(C_KOfdArchive& archive, const std::string& sObject) {
       const char* pszMember = static_cast<unsigned long>(lMember) < archive.MemberCount()
                                   ? archive.MemberAt(static_cast<DWORD>(lMember)).GetName()
                                   : "(none)";
-      Fail("symbol " + sName + " is already defined by member " + pszMember);
+      Fail("symbol " + EscapeText(sName) + " is already defined by member " + EscapeText(pszMember));
     }
-    if (!seen.insert(sName).second) Fail("symbol " + sName + " is defined twice in the object");
+    if (!seen.insert(sName).second) Fail("symbol " + EscapeText(sName) + " is defined twice in the object");
   }
 }
 
@@ -110,7 +108,7 @@ int RunAdd(C_KOfdArchive& archive, const ArOptions& options) {
     const int status = RunReporting(sObject, [&] {
       CheckAddable(archive, sObject);
       const HRESULT hr = archive.Add(sObject.c_str(), 0);
-      return hr == S_OK ? 0 : ReportFailure(sObject, hr);
+      return hr == S_OK ? 0 : ReportFailure(sObject, "the archive cannot take the object", hr);
     });
     if (status != 0) return status;
     progress.Step(i + 1);
@@ -135,7 +133,7 @@ int RunChange(const std::string& sCommand, const ArOptions& options) {
     Progress progress("removing", options.vItems.size());
     for (std::size_t i = 0; i < options.vItems.size(); ++i) {
       DWORD dwMember = 0;
-      if (archive.FindMember(options.vItems[i].c_str(), &dwMember) != S_OK) Fail("no member named " + options.vItems[i]);
+      if (archive.FindMember(options.vItems[i].c_str(), &dwMember) != S_OK) Fail("no member named " + EscapeText(options.vItems[i]));
       archive.Delete(options.vItems[i].c_str());
       progress.Step(i + 1);
     }
@@ -150,7 +148,7 @@ int RunList(const ArOptions& options) {
     OpenArchive(archive, options.sLibrary);
     for (DWORD i = 0; i < archive.MemberCount(); ++i) {
       C_KArcObjectMember& member = archive.MemberAt(i);
-      printf("%u\t%u\t%s\n", static_cast<unsigned>(i), static_cast<unsigned>(member.GetSize()), member.GetName());
+      printf("%u\t%u\t%s\n", static_cast<unsigned>(i), static_cast<unsigned>(member.GetSize()), EscapeText(member.GetName()).c_str());
     }
     return 0;
   });
@@ -163,7 +161,7 @@ int RunSymbols(const ArOptions& options) {
     C_KArcLinkMember& link = archive.LinkMember();
     for (DWORD i = 0; i < link.GetNameCount(); ++i) {
       const char* pszSymbol = link.GetSymbolName(i);
-      printf("%s\t%s\n", pszSymbol, MemberOfSymbol(archive, i, pszSymbol));
+      printf("%s\t%s\n", EscapeText(pszSymbol).c_str(), EscapeText(MemberOfSymbol(archive, i, pszSymbol)).c_str());
     }
     return 0;
   });
@@ -174,8 +172,8 @@ int RunFind(const ArOptions& options) {
     C_KOfdArchive archive;
     OpenArchive(archive, options.sLibrary);
     const long lSymbol = archive.LinkMember().FindSymbol(options.sSymbol.c_str());
-    if (lSymbol < 0) Fail("no member defines " + options.sSymbol);
-    printf("%s\n", MemberOfSymbol(archive, static_cast<DWORD>(lSymbol), options.sSymbol.c_str()));
+    if (lSymbol < 0) Fail("no member defines " + EscapeText(options.sSymbol));
+    printf("%s\n", EscapeText(MemberOfSymbol(archive, static_cast<DWORD>(lSymbol), options.sSymbol.c_str())).c_str());
     return 0;
   });
 }

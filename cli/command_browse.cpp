@@ -9,6 +9,7 @@
 #include "archive/archive.h"
 #include "archive/unknown_object.h"
 #include "commands.h"
+#include "escape.h"
 #include "frame/text.h"
 #include "object_file.h"
 #include "platform/control_model.h"
@@ -53,7 +54,7 @@ BrowsedDocument OpenBrowsed(const std::string& sPath) {
     document.pOwner.reset(pUnknown);
     document.pBrowse = pUnknown;
     pUnknown->AttachPath(sPath.c_str(), 0);
-    pUnknown->Load();
+    ThrowIfFailed(pUnknown->Load(), pUnknown);
   }
   return document;
 }
@@ -81,9 +82,10 @@ I_Browse* BrowseOf(const platform::TreeModel& tree, platform::TreeItem hItem) {
 }
 
 // The item's list, shown, read off the model and hidden again.
-view_text::ListView ShowList(I_Browse* pBrowse, const platform::ListModel& list, HRESULT* phr) {
+view_text::ListView ShowList(I_Browse* pBrowse, const platform::ListModel& list, const std::string& sItem) {
   view_text::ListView view;
-  *phr = pBrowse->ShowInList();
+  const HRESULT hr = pBrowse->ShowInList();
+  if (hr < 0) Fail("the list of " + EscapeText(sItem) + " cannot be filled", hr);
   for (const platform::ListModel::Column& column : list.Columns()) view.vTitles.push_back(column.sTitle);
   for (const platform::ListModel::Row& row : list.Rows()) view.vRows.push_back(row.vCells);
   pBrowse->HideAll();
@@ -98,8 +100,8 @@ int RunBrowse(const BrowseOptions& options) {
     document.pBrowse->SetWindows(&tree, &list);
     platform::TreeItem hFile = tree.Insert(platform::kTreeRoot, BaseName(options.sPath).c_str(), 0, 0);
     document.pBrowse->SetRootItem(hFile);
-    HRESULT hr = document.pBrowse->AddToTree(nullptr);
-    if (hr < 0) return ReportFailure(options.sPath, hr);
+    const HRESULT hr = document.pBrowse->AddToTree(nullptr);
+    if (hr < 0) return ReportFailure(options.sPath, "the tree view cannot be filled", hr);
 
     std::vector<TreeEntry> entries;
     Walk(tree, platform::kTreeRoot, 0, &entries);
@@ -108,12 +110,11 @@ int RunBrowse(const BrowseOptions& options) {
       for (const TreeEntry& entry : entries) {
         I_Browse* pBrowse = BrowseOf(tree, entry.hItem);
         if (!pBrowse || !kofd_text::EqualIgnoringCase(tree.Find(entry.hItem)->sText.c_str(), options.sSelect.c_str())) continue;
-        view_text::AppendList(&sOut, ShowList(pBrowse, list, &hr));
-        if (hr < 0) return ReportFailure(options.sPath, hr);
+        view_text::AppendList(&sOut, ShowList(pBrowse, list, options.sSelect));
         fputs(sOut.c_str(), stdout);
         return 0;
       }
-      return ReportFailure(options.sPath, "no item " + options.sSelect + " in the tree");
+      return ReportFailure(options.sPath, "no item " + EscapeText(options.sSelect) + " in the tree");
     }
     std::vector<view_text::TreeLine> lines;
     for (const TreeEntry& entry : entries) lines.push_back({entry.nDepth, tree.Find(entry.hItem)->sText});
@@ -121,9 +122,9 @@ int RunBrowse(const BrowseOptions& options) {
     for (const TreeEntry& entry : entries) {
       I_Browse* pBrowse = options.bAll ? BrowseOf(tree, entry.hItem) : nullptr;
       if (!pBrowse) continue;
-      view_text::AppendListHeading(&sOut, tree.Find(entry.hItem)->sText);
-      view_text::AppendList(&sOut, ShowList(pBrowse, list, &hr));
-      if (hr < 0) return ReportFailure(options.sPath, hr);
+      const std::string& sItem = tree.Find(entry.hItem)->sText;
+      view_text::AppendListHeading(&sOut, sItem);
+      view_text::AppendList(&sOut, ShowList(pBrowse, list, sItem));
     }
     fputs(sOut.c_str(), stdout);
     return 0;

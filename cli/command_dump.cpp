@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "escape.h"
 #include "frame/error.h"
 #include "archive/archive.h"
 #include "archive/object_member.h"
@@ -59,75 +60,84 @@ HRESULT DumpHeadAndAll(C_KOfdDump& dump) {
   return DumpAllOf(&dump);
 }
 
-// Headers, then every section that has a section object, in index order. A listing or a
-// section that has nothing to show is passed over.
-void DumpWholeObject(I_KOfdELF& document) {
-  for (I_KOfdDump* pDump : GetDumpParts(document)) DumpAllOf(pDump);
+// A part of a whole dump: one that has nothing to show (no record, no table, nothing loaded)
+// is passed over; any other failure, running out of memory above all, ends the dump.
+void CheckPart(HRESULT hr, I_Unknown* pPart) {
+  if (hr != E_POINTER && hr != E_FAIL) ThrowIfFailed(hr, pPart);
 }
 
-HRESULT DumpSelection(I_KOfdELF& document, const Selection& selection) {
+void DumpPart(I_Unknown* pPart) { CheckPart(DumpAllOf(pPart), pPart); }
+
+// Headers, then every section that has a section object, in index order.
+void DumpWholeObject(I_KOfdELF& document) {
+  for (I_KOfdDump* pDump : GetDumpParts(document)) DumpPart(pDump);
+}
+
+// A selector's failed dump: out of memory as the part recorded it, else what it could not show.
+void CheckSelected(HRESULT hr, I_Unknown* pPart, const std::string& sWhat) {
+  if (hr == E_OUTOFMEMORY) ThrowIfFailed(hr, pPart);
+  if (hr < 0) Fail(sWhat, hr);
+}
+
+void DumpSelection(I_KOfdELF& document, const Selection& selection) {
   I_KElfHeader* pHeader = nullptr;
   I_KElfProgramHeader* pPrograms = nullptr;
   I_KElfSectionHeader* pSections = nullptr;
-  I_KOfdSection* pSection = nullptr;
   switch (selection.selector) {
     case Selector::kFileHeader:
       document.GetFileHeader(&pHeader);
-      return DumpAllOf(pHeader);
+      return CheckSelected(DumpAllOf(pHeader), pHeader, "the object has no file header to show");
     case Selector::kProgramHeaders:
       document.GetProgramHeader(&pPrograms);
-      return DumpAllOf(pPrograms);
+      return CheckSelected(DumpAllOf(pPrograms), pPrograms, "the object has no program headers");
     case Selector::kSectionHeaders:
       document.GetSectionHeader(&pSections);
-      return DumpAllOf(pSections);
-    default:
-      break;
-    case Selector::kSection: {
-      const HRESULT hr = FindSelectedSection(document, selection.sName, &pSection);
-      if (hr != S_OK) return hr;
-      return DumpAllOf(pSection);
+      return CheckSelected(DumpAllOf(pSections), pSections, "the object has no section headers");
+    default: {
+      I_KOfdSection* pSection = SelectSection(document, selection.sName);
+      return CheckSelected(DumpAllOf(pSection), pSection, "section " + EscapeText(selection.sName) + " has nothing to dump");
     }
   }
-  return E_FAIL;
 }
 
 // The unknown-object dump of the whole file: its heading, then its rows.
 void DumpRaw(const std::string& sPath) {
   C_UnknownObject raw;
   raw.AttachPath(sPath.c_str(), 0);
-  raw.Load();
+  ThrowIfFailed(raw.Load(), &raw);
   raw.DumpHead();
-  raw.DumpAll();
+  ThrowIfFailed(raw.DumpAll(), &raw);
 }
 
 // A member's header, then its object's whole dump.
 void DumpMember(C_KArcObjectMember& member) {
-  DumpAllOf(&member.GetHeader());
+  DumpPart(&member.GetHeader());
   I_KOfdELF* pElf = nullptr;
   const HRESULT hr = member.GetDocument(&pElf);
   if (hr != S_OK || !pElf) ThrowLibraryError(false, hr != S_OK ? hr : E_POINTER, member.GetName());
   DumpWholeObject(*pElf);
 }
 
-HRESULT DumpArchiveSelection(C_KOfdArchive& archive, const Selection& selection) {
+// One selector's dump of an archive; a failure says what the selector could not show.
+void DumpArchiveSelection(C_KOfdArchive& archive, const Selection& selection) {
   switch (selection.selector) {
     case Selector::kLinkerMember:
-      return DumpHeadAndAll(archive.LinkMember());
+      return CheckSelected(DumpHeadAndAll(archive.LinkMember()), &archive.LinkMember(), "the archive has no linker member to show");
     case Selector::kNameMember:
-      return DumpHeadAndAll(archive.NameMember());
+      return CheckSelected(DumpHeadAndAll(archive.NameMember()), &archive.NameMember(), "the archive has no name member to show");
     default: {
       DWORD dwIndex = 0;
       const HRESULT hr = archive.FindMember(selection.sName.c_str(), &dwIndex);
-      if (hr != S_OK) return hr;
+      if (hr != S_OK) Fail("no member named " + EscapeText(selection.sName), hr);
       DumpMember(archive.MemberAt(dwIndex));
-      return S_OK;
+      return;
     }
   }
 }
 
 void DumpWholeArchive(C_KOfdArchive& archive) {
-  DumpArchiveSelection(archive, {Selector::kLinkerMember, {}});
-  DumpArchiveSelection(archive, {Selector::kNameMember, {}});
+  CheckPart(DumpHeadAndAll(archive.LinkMember()), &archive.LinkMember());
+  CheckPart(DumpHeadAndAll(archive.NameMember()), &archive.NameMember());
   DWORD dwCount = 0;
   archive.GetMemberCount(&dwCount);
   for (DWORD i = 0; i < dwCount; ++i) DumpMember(archive.MemberAt(i));
@@ -156,17 +166,15 @@ int RunDump(const std::string& sPath, const std::vector<Selection>& selections) 
       return 0;
     }
     for (const Selection& selection : selections) {
-      HRESULT hr = S_OK;
       if (selection.selector == Selector::kRaw) {
         DumpRaw(sPath);
       } else if (IsArchiveSelector(selection.selector)) {
         if (!archive) ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, sPath.c_str());
-        hr = DumpArchiveSelection(*archive, selection);
+        DumpArchiveSelection(*archive, selection);
       } else {
         if (!object) ThrowLibraryError(false, KE_NOT_OBJECT_FILE, sPath.c_str());
-        hr = DumpSelection(*object, selection);
+        DumpSelection(*object, selection);
       }
-      if (hr < 0) return ReportFailure(sPath, hr);
     }
     return 0;
   });

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "commands.h"
+#include "escape.h"
 #include "frame/exports.h"
 #include "frame/file.h"
 #include "object/kofd_elf.h"
@@ -24,7 +25,7 @@ void PrintObjectSummary(I_Unknown* pDocument, const std::string& sPath) {
   I_File* pFile = dynamic_cast<I_File*>(pDocument);
   if (!pElf || !pFile) return;
   pFile->AttachPath(sPath.c_str(), 0);
-  pElf->Read();
+  ThrowIfFailed(pElf->Read(), pDocument);
   I_KElfHeader* pHeader = nullptr;
   KEL_EHDR* pRecord = nullptr;
   if (pElf->GetFileHeader(&pHeader) == S_OK && pHeader->GetRecord(&pRecord) == S_OK && pRecord) {
@@ -40,7 +41,7 @@ void PrintObjectSummary(I_Unknown* pDocument, const std::string& sPath) {
     const char* pszName = nullptr;
     if (pSections->GetAt(i, &pSection) != S_OK || !pSection) continue;
     if (pElf->GetSectionName(i, &pszName) != S_OK || !pszName) pszName = "";
-    printf("  %5u  %-16s %-8s %10u\n", static_cast<unsigned>(i), pszName, SectionTypeName(pSection->sh_type),
+    printf("  %5u  %-16s %-8s %10u\n", static_cast<unsigned>(i), EscapeText(pszName).c_str(), SectionTypeName(pSection->sh_type),
            static_cast<unsigned>(pSection->sh_size));
   }
   I_KOfdSymbolTable* pSymbols = nullptr;
@@ -72,7 +73,7 @@ int RunInfo(const std::string& sPath) {
     } else {
       return ReportFailure(sPath, hr);
     }
-    printf("%s: %s\n", sPath.c_str(), pszKind);
+    printf("%s: %s\n", EscapeText(sPath).c_str(), pszKind);
     if (pDocument) PrintObjectSummary(pDocument, sPath);
     return 0;
   });

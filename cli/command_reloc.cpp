@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "escape.h"
 #include "object_file.h"
 #include "reloc/relocation_tables.h"
 #include "report.h"
@@ -41,13 +42,9 @@ bool SelectTables(C_KOfdELF4& document, const RelocOptions& options, std::vector
     }
     return true;
   }
-  I_KOfdSection* pSection = nullptr;
-  if (FindSelectedSection(document, options.sSection, &pSection) != S_OK) {
-    ReportFailure(options.sPath, "no section " + options.sSection);
-    return false;
-  }
+  I_KOfdSection* pSection = SelectSection(document, options.sSection);
   if (!dynamic_cast<C_KOfdRelxebTable*>(pSection)) {
-    ReportFailure(options.sPath, "section " + options.sSection + " is not a relocation section of type 22");
+    ReportFailure(options.sPath, "section " + EscapeText(options.sSection) + " is not a relocation section of type 22");
     return false;
   }
   *pIndexes = {pSection->GetKeyIndex()};
@@ -103,7 +100,7 @@ class ListingWriter {
 };
 
 void PrintTable(C_KOfdELF4& document, DWORD dwIndex, ListingWriter& out) {
-  out.Text("section ").Decimal(dwIndex).Char(' ').Text(SectionName(document, dwIndex).c_str()).EndLine();
+  out.Text("section ").Decimal(dwIndex).Char(' ').Text(EscapeText(SectionName(document, dwIndex)).c_str()).EndLine();
   C_KOfdRelxebTable* pTable = TableAt(document, dwIndex);
   char szText[256];
   for (DWORD i = 0; i < pTable->GetCount(); ++i) {
@@ -116,7 +113,7 @@ void PrintTable(C_KOfdELF4& document, DWORD dwIndex, ListingWriter& out) {
     if (hr == S_OK) out.Hex8(dwValue);
     else out.Text("error 0x").Hex8(static_cast<DWORD>(hr));
     const bool bText = pTable->GetExpressionText(i, szText, sizeof szText) == S_OK;
-    out.Char('\t').Text(bText ? szText : "Error!").EndLine();
+    out.Char('\t').Text(bText ? EscapeText(szText).c_str() : "Error!").EndLine();
   }
 }
 
@@ -181,7 +178,7 @@ int RunReloc(const RelocOptions& options) {
       C_KOfdRelxebTable* pTable = TableAt(*document, dwIndex);
       const HRESULT hr = pTable->Relocate(dwMode, &sink);
       if (hr != S_OK) {
-        return ReportFailure(options.sPath, "relocation section " + std::to_string(dwIndex) + ": " + FormatCode(hr));
+        return ReportFailure(options.sPath, "relocation section " + std::to_string(dwIndex) + " cannot be applied", hr);
       }
       I_KOfdProgramTable* pTarget = nullptr;
       pTable->GetProgramTable(&pTarget);

@@ -1,8 +1,13 @@
 #include "object_file.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <string>
 
+#include "escape.h"
+
 #include "frame/fileio.h"
+#include "report.h"
 
 namespace cli {
 
@@ -13,20 +18,34 @@ FileKind KindOfFile(const std::string& sPath) {
 
 void OpenArchive(C_KOfdArchive& archive, const std::string& sPath) {
   archive.AttachPath(sPath.c_str(), 0);
-  archive.Open();
+  ThrowIfFailed(archive.Open(), &archive);
 }
 
 std::unique_ptr<C_KOfdELF4> OpenObject(const std::string& sPath) {
   auto document = std::make_unique<C_KOfdELF4>();
   document->AttachPath(sPath.c_str(), 0);
-  document->Read();
+  ThrowIfFailed(document->Read(), document.get());
   return document;
 }
 
-HRESULT FindSelectedSection(I_KOfdELF& document, const std::string& sSelector, I_KOfdSection** ppSection) {
-  const bool bIndex = !sSelector.empty() && sSelector.size() <= 9 && sSelector.find_first_not_of("0123456789") == std::string::npos;
-  if (!bIndex) return document.FindSection(sSelector.c_str(), ppSection);
-  return document.GetSection(static_cast<DWORD>(std::stoul(sSelector)), ppSection);
+I_KOfdSection* SelectSection(I_KOfdELF& document, const std::string& sSelector) {
+  I_KOfdSection* pSection = nullptr;
+  const bool bIndex = !sSelector.empty() && sSelector.find_first_not_of("0123456789") == std::string::npos;
+  if (!bIndex) {
+    const HRESULT hr = document.FindSection(sSelector.c_str(), &pSection);
+    if (hr != S_OK) Fail("no section named " + EscapeText(sSelector), hr);
+    return pSection;
+  }
+  // An index too large for 32 bits names no section, like any other index past the end.
+  std::uint64_t qwIndex = 0;
+  for (char ch : sSelector) qwIndex = std::min<std::uint64_t>(qwIndex * 10 + static_cast<unsigned>(ch - '0'), 1ull << 32);
+  DWORD dwCount = 0;
+  document.GetSectionCount(&dwCount);
+  const HRESULT hr = qwIndex < dwCount ? document.GetSection(static_cast<DWORD>(qwIndex), &pSection) : KE_OUT_OF_RANGE;
+  if (hr != S_OK) {
+    Fail("no section " + sSelector + ", the object has " + std::to_string(dwCount), hr);
+  }
+  return pSection;
 }
 
 std::string SectionName(I_KOfdELF& document, DWORD dwIndex) {

@@ -19,10 +19,10 @@ std::unique_ptr<C_KOfdELF4> OpenObject(const std::string& sPath);
 // Attaches the archive to sPath and opens it; throws the archive's failure.
 void OpenArchive(C_KOfdArchive& archive, const std::string& sPath);
 
-// The section that sSelector names: by index when it is all digits, else by name ignoring case
-// (the first match). The document's own failure when it names none: 0x800403F1 for an index
-// past the sections, 0x80004005 for a name no section has. A section without a class is null.
-HRESULT FindSelectedSection(I_KOfdELF& document, const std::string& sSelector, I_KOfdSection** ppSection);
+// The section that sSelector names: by index when it is all digits (of any length), else by name
+// ignoring case (the first match). A section without a class is null. Naming none throws the
+// document's code with words that say so: "no section 99, the object has 16 (0x800403f1)".
+I_KOfdSection* SelectSection(I_KOfdELF& document, const std::string& sSelector);
 
 // The section's name, "" when it has none.
 std::string SectionName(I_KOfdELF& document, DWORD dwIndex);

@@ -1,6 +1,8 @@
 // How the tool reports a failure: "kofd: FILE: MESSAGE" on standard error, exit status 1.
 #pragma once
 
+#include <exception>
+#include <new>
 #include <string>
 
 #include "frame/exception.h"
@@ -12,20 +14,40 @@ constexpr int kExitUsage = 2;
 
 // MESSAGE is the exception's text.
 int ReportFailure(const std::string& sFile, const C_Exception& error);
-// MESSAGE is the bare code as 0x%08x.
+// MESSAGE says in words what the bare code means, followed by the code as " (0x%08x)".
 int ReportFailure(const std::string& sFile, HRESULT hrCode);
+// MESSAGE is sWhat, which says what went wrong, followed by the code as " (0x%08x)".
+int ReportFailure(const std::string& sFile, const std::string& sWhat, HRESULT hrCode);
+// MESSAGE is the library's out-of-memory text.
+int ReportOutOfMemory(const std::string& sFile);
 // MESSAGE is the tool's own text.
 int ReportFailure(const std::string& sFile, const std::string& sMessage);
 // A bare code as the messages show it: 0x%08x.
 std::string FormatCode(HRESULT hrCode);
+// Words for a bare code, then the code: "out of memory (0x8007000e)".
+std::string DescribeCode(HRESULT hrCode);
 
-// Runs a command body; a C_Exception that escapes it is reported against sFile.
+// A failure the tool itself finds, thrown to be reported like the library's: the tool's own
+// text with E_FAIL, or words for what went wrong followed by the code.
+[[noreturn]] void Fail(const std::string& sMessage);
+[[noreturn]] void Fail(const std::string& sWhat, HRESULT hrCode);
+
+// A failed result of pObject's operation, thrown: the object's own last-error record when it
+// holds this failure with a text, else the words for the bare code.
+void ThrowIfFailed(HRESULT hr, I_Unknown* pObject);
+
+// Runs a command body; whatever escapes it is reported against sFile. Running out of memory
+// anywhere is the library's out-of-memory failure, never an abort.
 template <class Body>
 int RunReporting(const std::string& sFile, Body&& body) {
   try {
     return body();
   } catch (const C_Exception& error) {
     return ReportFailure(sFile, error);
+  } catch (const std::bad_alloc&) {
+    return ReportOutOfMemory(sFile);
+  } catch (const std::exception& error) {
+    return ReportFailure(sFile, std::string(error.what()));
   }
 }
 

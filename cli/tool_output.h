@@ -4,8 +4,13 @@
 // stdout, which it also gives a large buffer: a flush has nothing left to do, text from
 // std::cout, from the dump streams and from printf-style dumps keeps the order it was made in,
 // and a dump of a million lines is not a million system calls.
+//
+// On a terminal the output is escaped as names are in the tool's one-line outputs (line feeds and
+// tabs kept), so a hostile file cannot drive the terminal; to a file or a pipe it goes byte for
+// byte.
 #pragma once
 
+#include <cstdio>
 #include <streambuf>
 
 namespace cli {
@@ -25,6 +30,8 @@ class C_ToolOutput : public std::streambuf {
 
  private:
   std::streambuf* m_pCoutBuffer;
+  // The terminal's own stream while stdout is the escaping one, else null.
+  FILE* m_pTerminal;
 };
 
 }  // namespace cli

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "escape.h"
+
 namespace view_text {
 namespace {
 
@@ -23,12 +25,19 @@ void AppendLine(std::string* psOut, const std::vector<std::string>& cells, const
 void AppendTree(std::string* psOut, const std::vector<TreeLine>& lines) {
   for (const TreeLine& line : lines) {
     psOut->append(static_cast<std::size_t>(2 * line.nDepth), ' ');
-    *psOut += line.sText;
+    *psOut += cli::EscapeText(line.sText);
     *psOut += '\n';
   }
 }
 
-void AppendList(std::string* psOut, const ListView& list) {
+void AppendList(std::string* psOut, const ListView& shown) {
+  // Texts from the file are escaped before the columns are measured.
+  ListView list;
+  for (const std::string& sTitle : shown.vTitles) list.vTitles.push_back(cli::EscapeText(sTitle));
+  for (const std::vector<std::string>& row : shown.vRows) {
+    list.vRows.emplace_back();
+    for (const std::string& sCell : row) list.vRows.back().push_back(cli::EscapeText(sCell));
+  }
   std::vector<std::size_t> widths;
   for (const std::string& sTitle : list.vTitles) widths.push_back(sTitle.size());
   for (const std::vector<std::string>& row : list.vRows) {
@@ -39,6 +48,8 @@ void AppendList(std::string* psOut, const ListView& list) {
   for (const std::vector<std::string>& row : list.vRows) AppendLine(psOut, row, widths);
 }
 
-void AppendListHeading(std::string* psOut, const std::string& sCaption) { *psOut += "\n[" + sCaption + "]\n"; }
+void AppendListHeading(std::string* psOut, const std::string& sCaption) {
+  *psOut += "\n[" + cli::EscapeText(sCaption) + "]\n";
+}
 
 }  // namespace view_text

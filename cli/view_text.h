@@ -1,4 +1,5 @@
-// The text form of a tree view and a list view, as `kofd browse` prints them. The DLL suite
+// The text form of a tree view and a list view, as `kofd browse` prints them, every text escaped
+// as the tool shows names from a file. The DLL suite
 // renders the real Win32 controls with the same code, so the two outputs compare byte for byte.
 #pragma once
 

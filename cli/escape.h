@@ -1,0 +1,31 @@
+// Names from a file are shown safely: a member or symbol name may hold line feeds, tabs and
+// terminal escape sequences. Escaped text shows every control byte (below 0x20, 0x7F, and the
+// C1 controls U+0080..U+009F), and every byte that is not part of valid UTF-8, as \xHH, and a
+// backslash as \\; so one record stays one line and a hostile name cannot drive a terminal.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace cli {
+
+// All of sText escaped, for the tool's one-line outputs.
+std::string EscapeText(std::string_view sText);
+
+// Escapes text that arrives in pieces, for a dump shown on a terminal: line feeds and tabs lay
+// the dump out and are kept; a UTF-8 sequence split between two pieces is held until it is whole.
+class C_TextEscaper {
+ public:
+  explicit C_TextEscaper(bool bKeepLayout) : m_bKeepLayout(bKeepLayout) {}
+  // Appends the escaped form of the bytes that are complete to *psOut.
+  void Feed(std::string_view sPiece, std::string* psOut);
+  // Appends whatever is still held, as escaped bytes.
+  void Finish(std::string* psOut);
+
+ private:
+  bool m_bKeepLayout;
+  std::string m_sHeld;  // the start of a UTF-8 sequence that has not ended yet
+};
+
+}  // namespace cli
