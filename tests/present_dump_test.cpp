@@ -245,7 +245,9 @@ TEST(Dump, ArchiveMembersAndRawBytes) {
   ArchiveLayout layout;
   const std::string sArchive = Quoted(dir.Write("lib.a", AsString(builder.Build(&layout))));
   const std::string a = std::to_string(layout.memberHeaders[0]), b = std::to_string(layout.memberHeaders[1]);
-  const Outcome objectDump = Kofd(dir, "dump " + Quoted(dir.Write("b.o", AsString(member))));
+  // The member's object dumps as the same object on its own does.
+  const std::string sObjectDump = Golden("member_object.txt");
+  EXPECT_EQ(Kofd(dir, "dump " + Quoted(dir.Write("b.o", AsString(member)))).out, sObjectDump);
 
   const Outcome selected = Kofd(dir, "dump " + sArchive + " --linker-member --name-member --member B.O", "TZ=UTC ");
   EXPECT_EQ(selected.status, 0) << selected.err;
@@ -254,7 +256,7 @@ TEST(Dump, ArchiveMembersAndRawBytes) {
                           "[0]\t" + a + "\talpha\n[1]\t" + a + "\tbeta\n[2]\t" + b + "\tgamma\n\n"
                           "Name Member\n\n[0]a.o\n[4]b.o\n"
                           "Member Header\n\nName Index = 4\nDate = Tue Nov 14 22:13:21 2023\n\nSize = " +
-                              std::to_string(member.size()) + "\n\n" + objectDump.out);
+                              std::to_string(member.size()) + "\n\n" + sObjectDump);
   EXPECT_EQ(Kofd(dir, "dump " + sArchive + " --member c.o").status, 1);
   EXPECT_EQ(Kofd(dir, "dump " + sArchive + " --section 1").status, 1);
 

@@ -24,12 +24,13 @@ class SectionFile {
 
   // Gives the section a header at dwOffset, dwSize bytes long, and reads it.
   template <class Section>
-  Section& Load(Section& section, DWORD dwOffset, std::size_t nSize, DWORD dwAddress = 0) {
+  Section& Load(Section& section, DWORD dwOffset, std::size_t nSize, DWORD dwAddress = 0, DWORD dwInfo = 0) {
     m_headers.push_back(KEL_SHDR{});
     KEL_SHDR& header = m_headers.back();
     header.sh_offset = dwOffset;
     header.sh_size = static_cast<DWORD>(nSize);
     header.sh_addr = dwAddress;
+    header.sh_info = dwInfo;
     section.SetHeader(&header);
     section.Read(&m_file, 0);
     return section;

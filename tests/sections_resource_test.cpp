@@ -25,18 +25,27 @@ TEST(ShareRomTable, AnswersWordsOnlyInsideTheLoadedCount) {
   partial.GetData(&pWord, &dwBytes);
   EXPECT_EQ(pWord, nullptr);
   EXPECT_EQ(dwBytes, 0u);
+  // A whole table hands out its words and their count in bytes.
+  ASSERT_EQ(rom.GetData(&pWord, &dwBytes), S_OK);
+  EXPECT_EQ(dwBytes, 20u);
+  EXPECT_EQ(pWord[4], 14u);
   ExpectReadError([&] { file.Load(past, 4, 20); }, "unsigned long");
   EXPECT_TRUE(past.IsEmpty());
 }
 
-TEST(KmdTable, GivesDataOnlyWhenItHoldsBytes) {
+TEST(KmdTable, GivesDataOnlyWhenItHoldsBytesAndItsPlacement) {
   SectionFile file(kelf_test::Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9});
   C_KOfdKmdTable unread, empty, sound;
   BYTE* pData = nullptr;
   EXPECT_EQ(unread.GetData(&pData), E_FAIL);
   EXPECT_EQ(file.Load(empty, 9, 0).GetData(&pData), E_FAIL);
-  ASSERT_EQ(file.Load(sound, 0, 9, 0x4000).GetData(&pData), S_OK);
+  ASSERT_EQ(file.Load(sound, 0, 9, 0x4000, 0x70).GetData(&pData), S_OK);
   EXPECT_EQ(pData[8], 9);
+  DWORD dwAddress = 0, dwSize = 0, dwInfo = 0;
+  ASSERT_EQ(sound.GetPlacement(&dwAddress, &dwSize, &dwInfo), S_OK);
+  EXPECT_EQ(dwAddress, 0x4000u);
+  EXPECT_EQ(dwSize, 9u);
+  EXPECT_EQ(dwInfo, 0x70u);
 }
 
 TEST(KmdInfoTable, NamesEntriesAndKeepsTheFirstOfADuplicateName) {
