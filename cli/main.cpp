@@ -27,6 +27,13 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     app.exit(e);
     return cli::kExitUsage;
+  } catch (const std::bad_alloc&) {
+    // Commands report their own failures; this is what escapes one before it has a file.
+    fprintf(stderr, "kofd: out of memory\n");
+    return cli::kExitFailure;
+  } catch (const std::exception& error) {
+    fprintf(stderr, "kofd: %s\n", error.what());
+    return cli::kExitFailure;
   }
 
   if (bVersion) {
