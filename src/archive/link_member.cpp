@@ -220,3 +220,18 @@ void C_KArcLinkMember::Z_DeleteMember(DWORD dwMember) {
   m_vNameAt.swap(vNameAt);
   m_bIndexed = false;
 }
+
+void C_KArcLinkMember::Z_MergeOffsets(const std::vector<DWORD>& vMemberOf, DWORD dwMembers) {
+  const DWORD dwListed = static_cast<DWORD>(m_vOffsets.size());
+  std::vector<DWORD> vOffsets;
+  vOffsets.reserve(dwMembers);
+  for (DWORD i = 0; i < dwListed && i < vMemberOf.size(); ++i) {
+    if (vMemberOf[i] == vOffsets.size()) vOffsets.push_back(m_vOffsets[i]);
+  }
+  // A member index that names no member goes on naming none.
+  for (DWORD& dwMember : m_vMemberIndices) {
+    dwMember = dwMember < vMemberOf.size() ? vMemberOf[dwMember] : dwMember - (dwListed - dwMembers);
+  }
+  m_Header.SetSize(m_Header.GetSize() - 4 * (dwListed - static_cast<DWORD>(vOffsets.size())));
+  m_vOffsets.swap(vOffsets);
+}

@@ -76,6 +76,9 @@ class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
   void Z_RemoveMember(DWORD dwMember);
   // Drops member dwMember from both symbol lists and renumbers the later members' symbols.
   void Z_DeleteMember(DWORD dwMember);
+  // Keeps the first of the offsets that name one member: vMemberOf[i] is the member that offset
+  // i names, of dwMembers; symbols follow their member, and the header's size the data.
+  void Z_MergeOffsets(const std::vector<DWORD>& vMemberOf, DWORD dwMembers);
   void Z_AppendName(const char* pszName, std::size_t nLength);
   void Z_EraseName(DWORD dwIndex);
   void Z_Parse(const BYTE* pData, DWORD dwSize);
