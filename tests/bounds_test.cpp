@@ -154,7 +154,8 @@ TEST(Bounds, NamesSharingOneHashAreFoundWithBoundedWork) {
   EXPECT_EQ(index.CountOf(names[5].c_str()), 2u);
   EXPECT_EQ(index.FindIf(names[5].c_str(), [n = 1](const std::string*) mutable { return n-- == 0; }), &names[6]);
   EXPECT_EQ(index.CountOf((names[0] + "x").c_str()), 0u);
-  EXPECT_EQ(index.EntryAt(4096), &names[6]);
+  EXPECT_EQ(index.EntryAt(4095), &names[4095]);
+  EXPECT_EQ(index.Count(), 4097u);
   EXPECT_LE(index.GetSteps(), qwBound);
 
   TempDir dir;

@@ -123,8 +123,8 @@ bool C_KArcLinkMember::GetSymbolMember(DWORD dwIndex, DWORD* pdwMember) const {
 }
 
 void C_KArcLinkMember::Z_Place(DWORD dwIndex, DWORD dwHash) {
-  const auto nameOf = [this](DWORD dwName) { return GetSymbolName(dwName); };
-  if (m_Slots.Find(GetSymbolName(dwIndex), dwHash, nameOf) < 0) m_Slots.Add(dwIndex, dwHash, nameOf);
+  // A name listed before keeps its first position.
+  m_Slots.FindOrAdd(dwIndex, dwHash, [this](DWORD dwName) { return GetSymbolName(dwName); });
 }
 
 void C_KArcLinkMember::Z_Index() {

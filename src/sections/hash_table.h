@@ -30,9 +30,9 @@ class I_MultiHashTable : public virtual I_Unknown {
   virtual HRESULT FindNth(const char* pszName, DWORD dwNth, T** ppRecord) = 0;
 };
 
-// An index of (name, record) entries, kept in the order they were inserted. Each distinct name
-// is found through C_NameSlots, and its entries are chained in insertion order, so that entries
-// under one name are met in the order they came and their count is known at once.
+// An index of (name, record) entries. Each distinct name is found through C_NameSlots and keeps
+// its first record beside it; the later records under the name are chained in insertion order,
+// so that entries under one name are met in the order they came and their count is known at once.
 template <class T>
 class C_NameIndex {
  public:
@@ -40,26 +40,25 @@ class C_NameIndex {
   C_NameIndex(const C_NameIndex&) = delete;
   C_NameIndex& operator=(const C_NameIndex&) = delete;
 
-  std::size_t Count() const { return m_vEntries.size(); }
+  std::size_t Count() const { return m_vGroups.size() + m_vLater.size(); }
   void Reserve(std::size_t nCount) {
-    m_vEntries.reserve(nCount);
+    m_vGroups.reserve(nCount);
     m_Slots.Reserve(nCount, Z_NameOf());
   }
   void Insert(const char* pszName, T* pRecord) {
-    const DWORD dwHash = HashName(pszName);
-    long lGroup = m_Slots.Find(pszName, dwHash, Z_NameOf());
-    const DWORD dwEntry = static_cast<DWORD>(m_vEntries.size());
-    m_vEntries.push_back({pRecord, 0});
-    if (lGroup < 0) {
-      lGroup = static_cast<long>(m_vGroups.size());
-      m_vGroups.push_back({pszName, dwEntry, dwEntry, 0});
-      m_Slots.Add(static_cast<DWORD>(lGroup), dwHash, Z_NameOf());
-    } else {
-      Group& group = m_vGroups[static_cast<std::size_t>(lGroup)];
-      m_vEntries[group.dwLast].dwNext = dwEntry + 1;
-      group.dwLast = dwEntry;
-    }
-    ++m_vGroups[static_cast<std::size_t>(lGroup)].dwCount;
+    // A new name's group, taken back when the name has one.
+    const DWORD dwNew = static_cast<DWORD>(m_vGroups.size());
+    m_vGroups.push_back({pszName, pRecord, 1, 0, 0});
+    const long lGroup = m_Slots.FindOrAdd(dwNew, HashName(pszName), Z_NameOf());
+    if (lGroup < 0) return;
+    m_vGroups.pop_back();
+    Group& group = m_vGroups[static_cast<std::size_t>(lGroup)];
+    m_vLater.push_back({pRecord, 0});
+    const DWORD dwLater = static_cast<DWORD>(m_vLater.size());
+    if (group.dwLast) m_vLater[group.dwLast - 1].dwNext = dwLater;
+    else group.dwNext = dwLater;
+    group.dwLast = dwLater;
+    ++group.dwCount;
   }
   // Calls visit(record) for each entry under pszName in insertion order until it returns true;
   // returns the record it stopped at, or null.
@@ -67,9 +66,10 @@ class C_NameIndex {
   T* FindIf(const char* pszName, Visit visit) const {
     const long lGroup = m_Slots.Find(pszName, HashName(pszName), Z_NameOf());
     if (lGroup < 0) return nullptr;
-    for (DWORD dwEntry = m_vGroups[static_cast<std::size_t>(lGroup)].dwFirst + 1; dwEntry != 0;
-         dwEntry = m_vEntries[dwEntry - 1].dwNext) {
-      if (visit(m_vEntries[dwEntry - 1].pRecord)) return m_vEntries[dwEntry - 1].pRecord;
+    const Group& group = m_vGroups[static_cast<std::size_t>(lGroup)];
+    if (visit(group.pFirst)) return group.pFirst;
+    for (DWORD dwLater = group.dwNext; dwLater != 0; dwLater = m_vLater[dwLater - 1].dwNext) {
+      if (visit(m_vLater[dwLater - 1].pRecord)) return m_vLater[dwLater - 1].pRecord;
     }
     return nullptr;
   }
@@ -77,11 +77,12 @@ class C_NameIndex {
     const long lGroup = m_Slots.Find(pszName, HashName(pszName), Z_NameOf());
     return lGroup < 0 ? 0 : m_vGroups[static_cast<std::size_t>(lGroup)].dwCount;
   }
-  // The entry at position dwIndex of the insertion order, or null.
-  T* EntryAt(DWORD dwIndex) const { return dwIndex < m_vEntries.size() ? m_vEntries[dwIndex].pRecord : nullptr; }
+  // The first record of the dwIndex-th name, in the order the names came, or null: for an index
+  // of unique names, its dwIndex-th entry.
+  T* EntryAt(DWORD dwIndex) const { return dwIndex < m_vGroups.size() ? m_vGroups[dwIndex].pFirst : nullptr; }
   void Clear() {
-    m_vEntries.clear();
     m_vGroups.clear();
+    m_vLater.clear();
     m_Slots.Clear();
   }
   std::uint64_t GetSteps() const { return m_Slots.GetSteps(); }
@@ -89,11 +90,13 @@ class C_NameIndex {
  private:
   struct Group {
     const char* pszName;
-    DWORD dwFirst, dwLast, dwCount;
+    T* pFirst;
+    DWORD dwCount;
+    // The first and the last later record + 1; 0 for none.
+    DWORD dwNext, dwLast;
   };
-  struct Entry {
+  struct Later {
     T* pRecord;
-    // The next entry under the same name + 1; 0 for the last.
     DWORD dwNext;
   };
 
@@ -101,8 +104,8 @@ class C_NameIndex {
     return [this](DWORD dwGroup) { return m_vGroups[dwGroup].pszName; };
   }
 
-  std::vector<Entry> m_vEntries;
   std::vector<Group> m_vGroups;
+  std::vector<Later> m_vLater;
   C_NameSlots m_Slots;
 };
 

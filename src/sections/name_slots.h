@@ -49,12 +49,27 @@ class C_NameSlots {
     return found == m_Overflow.end() ? -1 : static_cast<long>(found->second);
   }
 
-  // Adds a name that Find does not know.
+  // The id of the name of dwId when it is known; otherwise adds dwId and gives -1. One probe.
   template <class NameOf>
-  void Add(DWORD dwId, DWORD dwHash, NameOf&& nameOf) {
+  long FindOrAdd(DWORD dwId, DWORD dwHash, NameOf&& nameOf) {
     if (2 * (m_nCount + 1) > m_vSlots.size()) Z_Rehash(m_vSlots.empty() ? 16 : 2 * m_vSlots.size(), nameOf);
-    Z_Place(dwId, dwHash, nameOf);
+    const char* pszName = nameOf(dwId);
+    const std::size_t nMask = m_vSlots.size() - 1;
+    for (std::size_t n = 0, i = dwHash & nMask; n < kProbeWindow; ++n, i = (i + 1) & nMask) {
+      ++m_qwSteps;
+      Slot& slot = m_vSlots[i];
+      if (slot.second == 0) {
+        slot = {dwHash, dwId + 1};
+        ++m_nCount;
+        return -1;
+      }
+      if (slot.first == dwHash && strcmp(nameOf(slot.second - 1), pszName) == 0) return static_cast<long>(slot.second - 1);
+    }
+    ++m_qwSteps;
+    const auto placed = m_Overflow.emplace(pszName, dwId);
+    if (!placed.second) return static_cast<long>(placed.first->second);
     ++m_nCount;
+    return -1;
   }
 
   template <class NameOf>
