@@ -40,7 +40,7 @@ Bytes EmptySectionPastTheEnd() {
 
 void WriteFull(const std::string& dir) {
   WriteFile(dir + "/repeated.a", RepeatedMemberArchive(500000, 8000));
-  WriteFile(dir + "/overlap.a", OverlappingMemberArchive(8000, 500000));
+  WriteFile(dir + "/overlap.a", OverlappingMemberArchive(4000, 250000));
   WriteSparseObject(dir + "/sparse.o", 0xFFFFF000u);
   WriteFile(dir + "/run.o", SharedRunObject(20000, 2047));
   WriteFile(dir + "/run8m.o", SharedRunObject(380000, 2047));
