@@ -53,6 +53,10 @@ TEST(Bounds, AnArchiveHoldsAndWritesEachMemberOnce) {
   ASSERT_EQ(reopened.Open(), S_OK);
   EXPECT_EQ(reopened.MemberCount(), 1u);
   EXPECT_EQ(reopened.LinkMember().GetNameCount(), 400u);
+  const BYTE* pSaved = nullptr;
+  DWORD dwSaved = 0;
+  ASSERT_EQ(reopened.MemberAt(0).GetData(&pSaved, &dwSaved), S_OK);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(pSaved), dwSaved), Text(kelf_test::ObjectWithSymbol("shared", 20000)));
 
   // 40 members whose bytes overlap: what they load in all stays within the archive's size.
   const Bytes overlapping = kelf_test::OverlappingMemberArchive(40, 3000);

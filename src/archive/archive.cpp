@@ -126,7 +126,8 @@ HRESULT C_KOfdArchive::Open() {
         m_NameMember.Y_GetAt(member.GetNameIndex());
         member.SetName(&m_NameMember, member.GetNameIndex());
       }
-      if (MemberCount() < m_LinkMember.GetObjectCount()) m_LinkMember.Z_MergeOffsets(vMemberOf, MemberCount());
+      m_bMerged = MemberCount() < m_LinkMember.GetObjectCount();
+      if (m_bMerged) m_LinkMember.Z_MergeOffsets(vMemberOf, MemberCount());
       return S_OK;
     }), *this);
   });
@@ -136,6 +137,7 @@ HRESULT C_KOfdArchive::Open() {
 
 HRESULT C_KOfdArchive::Create() {
   Z_DestroyMembers();
+  m_bMerged = false;
   m_LinkMember.Reset(kNewVersion);
   m_NameMember.Clear();
   return S_OK;
@@ -288,6 +290,12 @@ void C_KOfdArchive::Z_LoadAll() {
     }
   });
   if (bOpened && C_File::Close() != S_OK) ThrowLibraryError(true, KE_CLOSE_FAILED, GetPath());
+  // The offsets of merged listings are those of the file read; the file written lays the
+  // members out anew, and its index must say where.
+  if (m_bMerged) {
+    m_LinkMember.Y_Update(*this);
+    m_bMerged = false;
+  }
 }
 
 void C_KOfdArchive::Z_Write(I_File& file, const char* pszName, bool bInPlace) {
