@@ -5,6 +5,9 @@
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "frame/exception.h"
 #include "fuzz_file.h"
@@ -180,11 +183,28 @@ void WalkRelocations(I_KOfdSection* pSection) {
     }
   }
   if (auto* pLong = dynamic_cast<C_KOfdRelxebTable*>(pSection)) {
+    // Remembered runs answer as fresh walks of them do.
+    std::vector<std::pair<HRESULT, DWORD>> vValues;
+    std::vector<std::pair<HRESULT, std::string>> vTexts;
+    pLong->RememberRuns(true);
     for (DWORD i = 0; i < Bounded(pLong->GetCount()); ++i) {
       DWORD dwValue = 0;
       char szText[256];
-      if (pLong->Evaluate(i, &dwValue) == S_OK) g_dwSink = dwValue;
-      if (pLong->GetExpressionText(i, szText, sizeof szText) == S_OK) Touch(szText);
+      const HRESULT hrValue = pLong->Evaluate(i, &dwValue);
+      vValues.emplace_back(hrValue, hrValue == S_OK ? dwValue : 0);
+      const HRESULT hrText = pLong->GetExpressionText(i, szText, sizeof szText);
+      vTexts.emplace_back(hrText, hrText == S_OK ? szText : "");
+    }
+    pLong->RememberRuns(false);
+    for (DWORD i = 0; i < Bounded(pLong->GetCount()); ++i) {
+      DWORD dwValue = 0;
+      char szText[256];
+      const HRESULT hrValue = pLong->Evaluate(i, &dwValue);
+      if (hrValue != vValues[i].first || (hrValue == S_OK && dwValue != vValues[i].second)) __builtin_trap();
+      g_dwSink = dwValue;
+      const HRESULT hrText = pLong->GetExpressionText(i, szText, sizeof szText);
+      if (hrText != vTexts[i].first || (hrText == S_OK && vTexts[i].second != szText)) __builtin_trap();
+      if (hrText == S_OK) Touch(szText);
       BYTE* pByte = nullptr;
       WORD* pHalf = nullptr;
       DWORD* pWord = nullptr;

@@ -1,6 +1,7 @@
 #include "archive/archive.h"
 
 #include <cstring>
+#include <map>
 
 #include "frame/error.h"
 #include "frame/fileio.h"
@@ -67,6 +68,7 @@ C_KArcObjectMember& C_KOfdArchive::Z_AppendMember() {
   // Room first, so that a failed allocation leaves nothing behind.
   if (m_vMembers.size() == m_vMembers.capacity()) m_vMembers.reserve(m_vMembers.empty() ? 16 : 2 * m_vMembers.size());
   m_vMembers.push_back(new C_KArcObjectMember);
+  m_vMembers.back()->SetBudget(&m_Budget);
   return *m_vMembers.back();
 }
 
@@ -110,12 +112,22 @@ HRESULT C_KOfdArchive::Open() {
       }
       m_NameMember.Read(window, static_cast<DWORD>(qwNameAt));
 
+      m_Budget.Reset(GetPath(), qwFileSize);
+      // An offset listed again names the member already read there: one member, read once.
+      std::map<DWORD, DWORD> memberAt;
+      std::vector<DWORD> vMemberOf(m_LinkMember.GetObjectCount());
       for (DWORD i = 0; i < m_LinkMember.GetObjectCount(); ++i) {
+        const DWORD dwOffset = m_LinkMember.Y_GetOffsetAt(i);
+        const auto listed = memberAt.emplace(dwOffset, MemberCount());
+        vMemberOf[i] = listed.first->second;
+        if (!listed.second) continue;
         C_KArcObjectMember& member = Z_AppendMember();
-        member.Read(window, GetPath(), m_LinkMember.Y_GetOffsetAt(i));
+        member.Read(window, GetPath(), dwOffset);
         m_NameMember.Y_GetAt(member.GetNameIndex());
         member.SetName(&m_NameMember, member.GetNameIndex());
       }
+      m_bMerged = MemberCount() < m_LinkMember.GetObjectCount();
+      if (m_bMerged) m_LinkMember.Z_MergeOffsets(vMemberOf, MemberCount());
       return S_OK;
     }), *this);
   });
@@ -125,6 +137,7 @@ HRESULT C_KOfdArchive::Open() {
 
 HRESULT C_KOfdArchive::Create() {
   Z_DestroyMembers();
+  m_bMerged = false;
   m_LinkMember.Reset(kNewVersion);
   m_NameMember.Clear();
   return S_OK;
@@ -277,6 +290,12 @@ void C_KOfdArchive::Z_LoadAll() {
     }
   });
   if (bOpened && C_File::Close() != S_OK) ThrowLibraryError(true, KE_CLOSE_FAILED, GetPath());
+  // The offsets of merged listings are those of the file read; the file written lays the
+  // members out anew, and its index must say where.
+  if (m_bMerged) {
+    m_LinkMember.Y_Update(*this);
+    m_bMerged = false;
+  }
 }
 
 void C_KOfdArchive::Z_Write(I_File& file, const char* pszName, bool bInPlace) {
@@ -301,7 +320,10 @@ void C_KOfdArchive::Z_Write(I_File& file, const char* pszName, bool bInPlace) {
   writer.Flush();
   // The members written in place are read from their new positions from now on.
   if (bInPlace) {
-    for (std::size_t i = 0; i < vDataAt.size(); ++i) m_vMembers[i]->SetSource(pszName, vDataAt[i]);
+    for (std::size_t i = 0; i < vDataAt.size(); ++i) {
+      m_vMembers[i]->SetSource(pszName, vDataAt[i]);
+      m_vMembers[i]->MarkCharged();
+    }
   }
 }
 

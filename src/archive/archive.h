@@ -122,6 +122,9 @@ class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File, publi
   C_KArcLinkMember m_LinkMember;
   C_KArcNameMember m_NameMember;
   std::vector<C_KArcObjectMember*> m_vMembers;
+  C_KArcReadBudget m_Budget;
+  // Open merged offsets listed more than once: the next save recomputes the offsets.
+  bool m_bMerged = false;
 };
 
 // The names of the global symbols pDocument defines, in symbol order: every symbol from the

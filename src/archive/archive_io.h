@@ -32,6 +32,29 @@ class C_KArcReadWindow {
 
 // ReadFileRegion (sections/section.h) reads the larger blocks: linker, name and object data.
 
+// What the object members of one archive file may take of it in all, bytes and objects alike:
+// the file's size, so that members whose bytes overlap cannot make us hold it many times over.
+// Bytes from any other file are not counted here.
+class C_KArcReadBudget {
+ public:
+  void Reset(const std::string& sPath, std::uint64_t qwBytes) {
+    m_sPath = sPath;
+    m_qwLeft = qwBytes;
+  }
+  // False, taking nothing, when bytes of sPath are more than what is left.
+  bool Take(const std::string& sPath, std::uint64_t qwBytes) {
+    if (sPath != m_sPath) return true;
+    if (qwBytes > m_qwLeft) return false;
+    m_qwLeft -= qwBytes;
+    return true;
+  }
+  std::uint64_t Left() const { return m_qwLeft; }
+
+ private:
+  std::string m_sPath;
+  std::uint64_t m_qwLeft = 0;
+};
+
 // Writes the blocks of an archive at the file's position, gathered into large writes when it has
 // a buffer, so that thousands of members do not cost two system calls each. A failed write
 // throws 1015 with the context of the first block it held and the system text.

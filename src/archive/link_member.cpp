@@ -6,7 +6,6 @@
 #include "archive/archive.h"
 #include "frame/error.h"
 #include "platform/platform.h"
-#include "sections/hash_table.h"
 #include "sections/section.h"
 
 namespace {
@@ -123,35 +122,15 @@ bool C_KArcLinkMember::GetSymbolMember(DWORD dwIndex, DWORD* pdwMember) const {
   return true;
 }
 
-long C_KArcLinkMember::Z_Probe(const char* pszName, DWORD dwHash) const {
-  const std::size_t nMask = m_vSlots.size() - 1;
-  for (std::size_t i = dwHash & nMask; m_vSlots[i].second != 0; i = (i + 1) & nMask) {
-    const DWORD dwIndex = m_vSlots[i].second - 1;
-    if (m_vSlots[i].first == dwHash && strcmp(GetSymbolName(dwIndex), pszName) == 0) return static_cast<long>(dwIndex);
-  }
-  return -1;
-}
-
 void C_KArcLinkMember::Z_Place(DWORD dwIndex, DWORD dwHash) {
-  if (2 * (static_cast<std::size_t>(m_dwIndexed) + 1) > m_vSlots.size()) {
-    m_bIndexed = false;
-    Z_Index();
-    return;
-  }
-  if (Z_Probe(GetSymbolName(dwIndex), dwHash) >= 0) return;
-  const std::size_t nMask = m_vSlots.size() - 1;
-  std::size_t i = dwHash & nMask;
-  while (m_vSlots[i].second != 0) i = (i + 1) & nMask;
-  m_vSlots[i] = {dwHash, dwIndex + 1};
-  ++m_dwIndexed;
+  // A name listed before keeps its first position.
+  m_Slots.FindOrAdd(dwIndex, dwHash, [this](DWORD dwName) { return GetSymbolName(dwName); });
 }
 
 void C_KArcLinkMember::Z_Index() {
   if (m_bIndexed) return;
-  std::size_t nSlots = 16;
-  while (nSlots < 2 * (m_vNameAt.size() + 1)) nSlots *= 2;
-  m_vSlots.assign(nSlots, {0, 0});
-  m_dwIndexed = 0;
+  m_Slots.Clear();
+  m_Slots.Reserve(m_vNameAt.size(), [this](DWORD dwName) { return GetSymbolName(dwName); });
   m_bIndexed = true;
   for (DWORD i = 0; i < m_vNameAt.size(); ++i) Z_Place(i, HashName(GetSymbolName(i)));
 }
@@ -159,7 +138,7 @@ void C_KArcLinkMember::Z_Index() {
 long C_KArcLinkMember::FindSymbol(const char* pszName) {
   if (!pszName) return -1;
   Z_Index();
-  return Z_Probe(pszName, HashName(pszName));
+  return m_Slots.Find(pszName, HashName(pszName), [this](DWORD dwName) { return GetSymbolName(dwName); });
 }
 
 std::uint64_t C_KArcLinkMember::DataSize() const {
@@ -240,4 +219,19 @@ void C_KArcLinkMember::Z_DeleteMember(DWORD dwMember) {
   m_vMemberIndices.swap(vIndices);
   m_vNameAt.swap(vNameAt);
   m_bIndexed = false;
+}
+
+void C_KArcLinkMember::Z_MergeOffsets(const std::vector<DWORD>& vMemberOf, DWORD dwMembers) {
+  const DWORD dwListed = static_cast<DWORD>(m_vOffsets.size());
+  std::vector<DWORD> vOffsets;
+  vOffsets.reserve(dwMembers);
+  for (DWORD i = 0; i < dwListed && i < vMemberOf.size(); ++i) {
+    if (vMemberOf[i] == vOffsets.size()) vOffsets.push_back(m_vOffsets[i]);
+  }
+  // A member index that names no member goes on naming none.
+  for (DWORD& dwMember : m_vMemberIndices) {
+    dwMember = dwMember < vMemberOf.size() ? vMemberOf[dwMember] : dwMember - (dwListed - dwMembers);
+  }
+  m_Header.SetSize(m_Header.GetSize() - 4 * (dwListed - static_cast<DWORD>(vOffsets.size())));
+  m_vOffsets.swap(vOffsets);
 }

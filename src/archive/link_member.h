@@ -9,13 +9,14 @@
 //
 // The names are held back to back in one owned block, each found by its start, so that opening
 // an archive of many thousands of symbols costs one copy and no allocation per name; lookups by
-// name go through a flat hash of positions, built on the first lookup.
+// name go through C_NameSlots over positions, built on the first lookup.
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "archive/member_header.h"
+#include "sections/name_slots.h"
 
 class C_KOfdArchive;
 
@@ -53,6 +54,8 @@ class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
   bool GetSymbolMember(DWORD dwIndex, DWORD* pdwMember) const;
   // The position of the first symbol named pszName (byte-wise, case-sensitive), or -1.
   long FindSymbol(const char* pszName);
+  // The work the name lookups have done so far (slots probed, trees searched).
+  std::uint64_t GetLookupSteps() const { return m_Slots.GetSteps(); }
   // The bytes Write writes after the header.
   std::uint64_t DataSize() const;
 
@@ -73,6 +76,9 @@ class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
   void Z_RemoveMember(DWORD dwMember);
   // Drops member dwMember from both symbol lists and renumbers the later members' symbols.
   void Z_DeleteMember(DWORD dwMember);
+  // Keeps the first of the offsets that name one member: vMemberOf[i] is the member that offset
+  // i names, of dwMembers; symbols follow their member, and the header's size the data.
+  void Z_MergeOffsets(const std::vector<DWORD>& vMemberOf, DWORD dwMembers);
   void Z_AppendName(const char* pszName, std::size_t nLength);
   void Z_EraseName(DWORD dwIndex);
   void Z_Parse(const BYTE* pData, DWORD dwSize);
@@ -80,7 +86,6 @@ class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
   void Z_Index();
   // Places name dwIndex in the index unless a name equal to it is there (the first one stays).
   void Z_Place(DWORD dwIndex, DWORD dwHash);
-  long Z_Probe(const char* pszName, DWORD dwHash) const;
 
   bool m_bValid = false;
   DWORD m_dwVersion = 0;
@@ -88,9 +93,7 @@ class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
   std::vector<DWORD> m_vMemberIndices;
   std::string m_sNameBytes;
   std::vector<DWORD> m_vNameAt;
-  // Open addressing: each slot holds a name's hash and its position + 1 (0 for an empty slot),
-  // at most half full. Positions outlive the block moving; erasing names drops the index.
-  std::vector<std::pair<DWORD, DWORD>> m_vSlots;
-  DWORD m_dwIndexed = 0;
+  // Names by position (positions outlive the block moving); erasing names drops the index.
+  C_NameSlots m_Slots;
   bool m_bIndexed = false;
 };

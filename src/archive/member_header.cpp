@@ -135,3 +135,8 @@ void C_KArcMemberHeader::SetNameIndex(DWORD dwNameIndex) {
   memset(m_Bytes + kNameField.dwOffset, ' ', kNameField.dwWidth);
   PutNumber(m_Bytes, kNameField, dwNameIndex);
 }
+
+void C_KArcMemberHeader::SetSize(DWORD dwSize) {
+  memset(m_Bytes + kSizeField.dwOffset, ' ', kSizeField.dwWidth);
+  PutNumber(m_Bytes, kSizeField, dwSize);
+}

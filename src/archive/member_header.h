@@ -56,6 +56,8 @@ class C_KArcMemberHeader : public virtual I_KArcMemberHeader, public virtual C_E
   void BuildSpecial(DWORD dwSize);
   // Rewrites the name field alone, every other byte staying as it is.
   void SetNameIndex(DWORD dwNameIndex);
+  // Rewrites the size field alone.
+  void SetSize(DWORD dwSize);
 
   const BYTE* GetBytes() const { return m_Bytes; }
 

@@ -4,6 +4,7 @@
 
 #include "frame/error.h"
 #include "object/kofd_elf.h"
+#include "platform/platform.h"
 
 void C_KArcObjectMember::DocumentDeleter::operator()(C_KOfdELF4* pDocument) const { pDocument->Destroy(); }
 
@@ -38,10 +39,25 @@ void C_KArcObjectMember::SetSource(const char* pszPath, std::uint64_t qwDataAt) 
   m_qwDataAt = qwDataAt;
 }
 
+namespace {
+
+ContextText ReadContext() { return FormatContext("When read %s", DisplayTypeName(typeid(C_KArcObjectMember)).c_str()); }
+
+}  // namespace
+
+void C_KArcObjectMember::Z_Charge() {
+  if (m_bCharged || !m_pBudget) return;
+  if (!m_pBudget->Take(m_sSource, GetSize())) {
+    platform::SetEndOfFileError();
+    ThrowLibraryError(true, KE_READ_FAILED, ReadContext().text);
+  }
+  m_bCharged = true;
+}
+
 void C_KArcObjectMember::Load(C_KArcReadWindow* pWindow) {
   if (m_pData) return;
   const DWORD dwSize = GetSize();
-  const ContextText context = FormatContext("When read %s", DisplayTypeName(typeid(C_KArcObjectMember)).c_str());
+  const ContextText context = ReadContext();
   // A window over another file is no use: the bytes are then read from their own file.
   C_File file;
   C_KArcReadWindow own(&file, 0);
@@ -53,6 +69,7 @@ void C_KArcObjectMember::Load(C_KArcReadWindow* pWindow) {
   }
   // Nothing is allocated for bytes the file does not hold.
   if (!pReader->Holds(m_qwDataAt, dwSize)) ThrowLibraryError(true, KE_READ_FAILED, context.text);
+  Z_Charge();
   std::unique_ptr<BYTE[]> pData(new BYTE[dwSize ? dwSize : 1]);
   if (!pReader->ReadAt(m_qwDataAt, pData.get(), dwSize)) ThrowLibraryError(true, KE_READ_FAILED, context.text);
   m_pData = std::move(pData);
@@ -71,9 +88,11 @@ HRESULT C_KArcObjectMember::GetDocument(I_KOfdELF** ppDocument) {
   if (!m_pDocument) {
     // The object is read where it lies, its offsets taken from the first byte of the member.
     if (m_qwDataAt > 0xFFFFFFFFu) ThrowLibraryError(false, KE_OUT_OF_RANGE, "m_qwDataAt at C_KArcObjectMember::GetDocument");
+    Z_Charge();
     std::unique_ptr<C_KOfdELF4, DocumentDeleter> pDocument(new C_KOfdELF4);
     pDocument->AttachPath(m_sSource.c_str(), 0);
     pDocument->SetBaseOffset(static_cast<DWORD>(m_qwDataAt));
+    pDocument->SetExtent(GetSize());
     pDocument->Read();
     m_pDocument = std::move(pDocument);
   }

@@ -4,7 +4,8 @@
 //   offset + 60    Size bytes: a KELF object, opened in place when asked
 //
 // Neither the bytes nor the object are read when the archive opens: the bytes load when the
-// archive is written or the caller asks for them, the object when the caller asks for it.
+// archive is written or the caller asks for them, the object when the caller asks for it. Both
+// take the member's Size from the archive's read budget, once.
 #pragma once
 
 #include <cstdint>
@@ -65,13 +66,23 @@ class C_KArcObjectMember : public virtual I_KArcObjectMember, public C_KArcMembe
   }
   DWORD GetNameOffset() const { return m_dwNameAt; }
   void SetOffset(DWORD dwOffset) { m_dwOffset = dwOffset; }
+  // The budget the member's bytes and object take their Size from, once; null: none.
+  void SetBudget(C_KArcReadBudget* pBudget) { m_pBudget = pBudget; }
+  // The member has its bytes: nothing more is taken for it.
+  void MarkCharged() { m_bCharged = true; }
 
  private:
   struct DocumentDeleter {
     void operator()(C_KOfdELF4* pDocument) const;
   };
 
+  // Takes Size from the budget the first time the member reads its archive; 1016 when it
+  // cannot.
+  void Z_Charge();
+
   DWORD m_dwOffset = 0;
+  C_KArcReadBudget* m_pBudget = nullptr;
+  bool m_bCharged = false;
   const C_KArcNameMember* m_pNames = nullptr;
   DWORD m_dwNameAt = 0;
   std::string m_sSource;

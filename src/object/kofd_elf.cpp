@@ -94,10 +94,20 @@ HRESULT C_KOfdELF::Z_OnDisk(Work work) {
   const HRESULT hrOpen = Open(1);
   if (hrOpen != S_OK && hrOpen != S_FALSE) ThrowLibraryError(true, KE_OPEN_FAILED, GetPath());
   const bool bOpened = hrOpen == S_OK;
+  struct BudgetGuard {
+    C_File& file;
+    ~BudgetGuard() { file.ClearReadBudget(); }
+  } guard{*this};
   HRESULT hr = S_OK;
   try {
     hr = GuardAllocation(*this, [&] {
       Z_ReadFileHeaderIfEmpty();
+      // The tables, sections and segments of a sound object do not overlap (nor do they the file
+      // header): what one operation reads after the header is at most the object's own bytes.
+      std::uint64_t qwFileSize = 0;
+      platform::FileSize(GetHandle(), &qwFileSize);
+      const std::uint64_t qwHeld = qwFileSize > m_dwBase ? qwFileSize - m_dwBase : 0;
+      SetReadBudget(m_qwExtent < qwHeld ? m_qwExtent : qwHeld);
       return work();
     });
   } catch (...) {
@@ -159,26 +169,12 @@ HRESULT C_KOfdELF::ReadSegments() {
   });
 }
 
-namespace {
-constexpr std::uint64_t kReadAmplification = 4;
-constexpr std::uint64_t kReadSlack = 1u << 20;
-}  // namespace
-
 HRESULT C_KOfdELF::Read() {
   return Z_OnDisk([&] {
     if (m_ProgramHeader.IsEmpty()) ThrowIfFailed(m_ProgramHeader.Read(this, m_dwBase), m_ProgramHeader);
     if (m_SectionHeader.IsEmpty()) ThrowIfFailed(m_SectionHeader.Read(this, m_dwBase), m_SectionHeader);
     Z_CreateSections();
     Z_AttachAll();
-    // Sections of a sound object do not overlap; a few times the file is room enough for
-    // damaged ones that do, and bounds what a hostile file can make us hold.
-    std::uint64_t qwFileSize = 0;
-    platform::FileSize(GetHandle(), &qwFileSize);
-    SetReadBudget(qwFileSize * kReadAmplification + kReadSlack);
-    struct BudgetGuard {
-      C_File& file;
-      ~BudgetGuard() { file.ClearReadBudget(); }
-    } guard{*this};
     Z_ResolveSectionNames();
     for (DWORD i = 0; i < Z_SectionCount(); ++i) Z_ReadWithLinks(i);
     return S_OK;

@@ -106,6 +106,9 @@ class C_KOfdELF : public virtual I_KOfdELF, public virtual I_KOfdSectionHost, pu
   // an object inside an archive. Every offset of the object is relative to it.
   void SetBaseOffset(DWORD dwBase) { m_dwBase = dwBase; }
   DWORD GetBaseOffset() const { return m_dwBase; }
+  // How many bytes from the base offset on are the object's own (an archive member's Size):
+  // what one disk operation may read in all. The rest of the file by default.
+  void SetExtent(std::uint64_t qwExtent) { m_qwExtent = qwExtent; }
   // The document's identifier; its low 16 bits go into the high half of each section key.
   void SetIdentifier(DWORD dwIdentifier) { m_dwIdentifier = dwIdentifier; }
   DWORD GetIdentifier() const { return m_dwIdentifier; }
@@ -136,6 +139,7 @@ class C_KOfdELF : public virtual I_KOfdELF, public virtual I_KOfdSectionHost, pu
   DWORD Z_SectionCount() const { return static_cast<DWORD>(m_vSections.size()); }
 
   DWORD m_dwBase = 0;
+  std::uint64_t m_qwExtent = ~std::uint64_t(0);
   DWORD m_dwIdentifier = 0;
   C_KElfHeader m_Header;
   C_KElfProgramHeader m_ProgramHeader;

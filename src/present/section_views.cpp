@@ -187,7 +187,9 @@ HRESULT C_KOfdRelxebTable::ShowRow(DWORD dwRow) {
                       DecCell(record.exp_end), pszExpression});
 }
 
-HRESULT C_KOfdRelxebTable::FillList() { return Y_FillRows(GetCount()); }
+HRESULT C_KOfdRelxebTable::FillList() {
+  return Z_Remembering([&] { return Y_FillRows(GetCount()); });
+}
 
 // ---- Bank information: address and bank in lowercase hexadecimal ---------------------------
 

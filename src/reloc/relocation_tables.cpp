@@ -1,6 +1,7 @@
 #include "reloc/relocation_tables.h"
 
 #include <cstdint>
+#include <cstring>
 
 #include "frame/error.h"
 
@@ -82,6 +83,7 @@ template <class Visit>
 HRESULT C_KOfdRelxebTable::Z_Walk(DWORD dwIndex, Visit&& visit) {
   if (dwIndex >= GetCount()) return E_FAIL;
   const KEL_RELXEB& record = *Y_Record(dwIndex);
+  ++m_qwWalks;
   if (record.exp_start > record.exp_end) return S_OK;
   if (record.exp_end - record.exp_start >= kMaxExpressionRun) return E_FAIL;
   C_KOfdExpressionTable* pExpressions = Y_ExpressionTable();
@@ -100,20 +102,57 @@ HRESULT C_KOfdRelxebTable::Z_Walk(DWORD dwIndex, Visit&& visit) {
   }
 }
 
+void C_KOfdRelxebTable::RememberRuns(bool bOn) {
+  m_bRemember = bOn;
+  if (!bOn) m_Runs.clear();
+}
+
+C_KOfdRelxebTable::RunResult* C_KOfdRelxebTable::Z_Remembered(DWORD dwIndex) {
+  if (!m_bRemember || dwIndex >= GetCount()) return nullptr;
+  const KEL_RELXEB& record = *Y_Record(dwIndex);
+  return &m_Runs[static_cast<std::uint64_t>(record.exp_start) << 32 | record.exp_end];
+}
+
 HRESULT C_KOfdRelxebTable::Evaluate(DWORD dwIndex, DWORD* pdwValue) {
-  m_Calculator.Reset();
-  const HRESULT hr = Z_Walk(dwIndex, [&](const KEL_EXP& token, const char*, const ELF32_SYM* pSymbol) {
-    m_Calculator.Apply(token.Type, pSymbol ? pSymbol->st_value : token.Value);
-  });
-  return hr != S_OK ? hr : m_Calculator.GetResult(pdwValue);
+  RunResult* pRun = Z_Remembered(dwIndex);
+  if (!pRun || !pRun->bValue) {
+    m_Calculator.Reset();
+    HRESULT hr = Z_Walk(dwIndex, [&](const KEL_EXP& token, const char*, const ELF32_SYM* pSymbol) {
+      m_Calculator.Apply(token.Type, pSymbol ? pSymbol->st_value : token.Value);
+    });
+    DWORD dwValue = 0;
+    if (hr == S_OK) hr = m_Calculator.GetResult(&dwValue);
+    if (!pRun) {
+      if (hr == S_OK) *pdwValue = dwValue;
+      return hr;
+    }
+    pRun->bValue = true;
+    pRun->hrValue = hr;
+    pRun->dwValue = dwValue;
+  }
+  if (pRun->hrValue == S_OK) *pdwValue = pRun->dwValue;
+  return pRun->hrValue;
 }
 
 HRESULT C_KOfdRelxebTable::GetExpressionText(DWORD dwIndex, char* pszBuffer, DWORD nSize) {
+  RunResult* pRun = Z_Remembered(dwIndex);
+  // The text depends on the buffer's size only through the length it may reach.
+  if (pRun && pRun->bText && pRun->nTextSize == nSize) {
+    if (pRun->hrText == S_OK) memcpy(pszBuffer, pRun->sText.c_str(), pRun->sText.size() + 1);
+    return pRun->hrText;
+  }
   m_Expressioner.Reset(nSize != 0 ? nSize - 1 : 0);
-  const HRESULT hr = Z_Walk(dwIndex, [&](const KEL_EXP& token, const char* pszName, const ELF32_SYM*) {
+  HRESULT hr = Z_Walk(dwIndex, [&](const KEL_EXP& token, const char* pszName, const ELF32_SYM*) {
     m_Expressioner.Apply(token.Type, token.Value, pszName);
   });
-  return hr != S_OK ? hr : m_Expressioner.GetText(pszBuffer, nSize);
+  if (hr == S_OK) hr = m_Expressioner.GetText(pszBuffer, nSize);
+  if (pRun) {
+    pRun->bText = true;
+    pRun->nTextSize = nSize;
+    pRun->hrText = hr;
+    if (hr == S_OK) pRun->sText = pszBuffer;
+  }
+  return hr;
 }
 
 HRESULT C_KOfdRelxebTable::Z_Unit(DWORD dwIndex, DWORD dwMode, BYTE** ppUnit) {
@@ -144,6 +183,10 @@ void StoreUnit(BYTE* pUnit, DWORD nWidth, DWORD dwValue) {
 }  // namespace
 
 HRESULT C_KOfdRelxebTable::Relocate(DWORD dwMode, I_KOfdRelocationSink* pSink) {
+  return Z_Remembering([&] { return Z_Relocate(dwMode, pSink); });
+}
+
+HRESULT C_KOfdRelxebTable::Z_Relocate(DWORD dwMode, I_KOfdRelocationSink* pSink) {
   const DWORD dwBase = GetAddress();
   for (DWORD i = 0; i < GetCount(); ++i) {
     const KEL_RELXEB& record = *Y_Record(i);

@@ -9,6 +9,10 @@
 // it patches; both links are converted to the wanted interface on each request.
 #pragma once
 
+#include <cstdint>
+#include <map>
+#include <string>
+
 #include "reloc/expression_table.h"
 #include "reloc/expression_visitors.h"
 #include "sections/storage.h"
@@ -132,18 +136,59 @@ class C_KOfdRelxebTable : public virtual I_KOfdRelxebTable,
   HRESULT DumpRecord(DWORD dwIndex) override;
   using C_BaseTable<KEL_RELXEB>::GetCount;
 
+  // While on, each expression run (exp_start, exp_end) is walked once for its value and once
+  // per text buffer size, however many records name it; off forgets what was kept. For passes
+  // that change neither expressions nor symbols: a listing, Relocate, the browse list.
+  void RememberRuns(bool bOn);
+  // How many runs have been walked since the table was made.
+  std::uint64_t GetWalkCount() const { return m_qwWalks; }
+
  private:
+  struct RunResult {
+    bool bValue = false;
+    HRESULT hrValue = S_OK;
+    DWORD dwValue = 0;
+    bool bText = false;
+    DWORD nTextSize = 0;
+    HRESULT hrText = S_OK;
+    std::string sText;
+  };
+  // The kept result of record dwIndex's run, or null when runs are not remembered.
+  RunResult* Z_Remembered(DWORD dwIndex);
+  // Runs body with runs remembered, forgetting them after unless they were remembered before.
+  template <class Body>
+  HRESULT Z_Remembering(Body&& body);
+
   // Feeds the record's expression run to visit(type, value, name, symbol).
   template <class Visit>
   HRESULT Z_Walk(DWORD dwIndex, Visit&& visit);
   // The target unit that Relocate patches in dwMode, as a byte pointer and width.
   HRESULT Z_Unit(DWORD dwIndex, DWORD dwMode, BYTE** ppUnit);
+  HRESULT Z_Relocate(DWORD dwMode, I_KOfdRelocationSink* pSink);
 
   // Reset for every run: their stacks keep the memory they grew, so a listing of many records
   // does not allocate a stack per record.
   C_KOfdCalculator m_Calculator;
   C_KOfdExpressioner m_Expressioner;
+  // Keyed by exp_start << 32 | exp_end; ordered, so that keys from the file cannot collide.
+  std::map<std::uint64_t, RunResult> m_Runs;
+  bool m_bRemember = false;
+  std::uint64_t m_qwWalks = 0;
 };
+
+template <class Body>
+inline HRESULT C_KOfdRelxebTable::Z_Remembering(Body&& body) {
+  if (m_bRemember) return body();
+  RememberRuns(true);
+  try {
+    const HRESULT hr = body();
+    RememberRuns(false);
+    return hr;
+  } catch (...) {
+    RememberRuns(false);
+    throw;
+  }
+}
 
 // Longest expression run that is walked. Toolchain expressions are a handful of tokens; the
 // bound keeps the work of a damaged table proportional to its record count.

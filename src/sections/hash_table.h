@@ -7,15 +7,7 @@
 #include <vector>
 
 #include "frame/exception.h"
-
-// h = (h x 33) XOR c from 5381, each byte taken as a signed 8-bit value.
-inline DWORD HashName(const char* pszName) {
-  std::uint32_t h = 5381;
-  for (const char* p = pszName; *p; ++p) {
-    h = (h * 33u) ^ static_cast<std::uint32_t>(static_cast<std::int32_t>(static_cast<signed char>(*p)));
-  }
-  return static_cast<DWORD>(h);
-}
+#include "sections/name_slots.h"
 
 template <class T>
 class I_HashTable : public virtual I_Unknown {
@@ -38,72 +30,83 @@ class I_MultiHashTable : public virtual I_Unknown {
   virtual HRESULT FindNth(const char* pszName, DWORD dwNth, T** ppRecord) = 0;
 };
 
-// An open-addressing index of (name, record) entries: one flat array of slots, probed linearly
-// from the name's hash, kept at most three quarters full. Entries under one name are met in the order they
-// were inserted, and nothing is allocated per entry.
+// An index of (name, record) entries. Each distinct name is found through C_NameSlots and keeps
+// its first record beside it; the later records under the name are chained in insertion order,
+// so that entries under one name are met in the order they came and their count is known at once.
 template <class T>
 class C_NameIndex {
  public:
-  std::size_t Count() const { return m_nCount; }
+  C_NameIndex() = default;
+  C_NameIndex(const C_NameIndex&) = delete;
+  C_NameIndex& operator=(const C_NameIndex&) = delete;
+
+  std::size_t Count() const { return m_vGroups.size() + m_vLater.size(); }
   void Reserve(std::size_t nCount) {
-    std::size_t nSlots = 16;
-    while (3 * nSlots < 4 * nCount) nSlots *= 2;
-    if (nSlots > m_vSlots.size()) Z_Rehash(nSlots);
+    m_vGroups.reserve(nCount);
+    m_Slots.Reserve(nCount, Z_NameOf());
   }
   void Insert(const char* pszName, T* pRecord) {
-    if (4 * (m_nCount + 1) > 3 * m_vSlots.size()) Z_Rehash(m_vSlots.empty() ? 16 : 2 * m_vSlots.size());
-    Z_Place({pszName, pRecord, HashName(pszName)});
-    ++m_nCount;
+    // A new name's group, taken back when the name has one.
+    const DWORD dwNew = static_cast<DWORD>(m_vGroups.size());
+    m_vGroups.push_back({pszName, pRecord, 1, 0, 0});
+    const long lGroup = m_Slots.FindOrAdd(dwNew, HashName(pszName), Z_NameOf());
+    if (lGroup < 0) return;
+    m_vGroups.pop_back();
+    Group& group = m_vGroups[static_cast<std::size_t>(lGroup)];
+    m_vLater.push_back({pRecord, 0});
+    const DWORD dwLater = static_cast<DWORD>(m_vLater.size());
+    if (group.dwLast) m_vLater[group.dwLast - 1].dwNext = dwLater;
+    else group.dwNext = dwLater;
+    group.dwLast = dwLater;
+    ++group.dwCount;
   }
   // Calls visit(record) for each entry under pszName in insertion order until it returns true;
   // returns the record it stopped at, or null.
   template <class Visit>
   T* FindIf(const char* pszName, Visit visit) const {
-    if (m_vSlots.empty()) return nullptr;
-    const DWORD dwHash = HashName(pszName);
-    const std::size_t nMask = m_vSlots.size() - 1;
-    for (std::size_t i = dwHash & nMask; m_vSlots[i].pszName; i = (i + 1) & nMask) {
-      const Slot& slot = m_vSlots[i];
-      if (slot.dwHash == dwHash && strcmp(slot.pszName, pszName) == 0 && visit(slot.pRecord)) return slot.pRecord;
+    const long lGroup = m_Slots.Find(pszName, HashName(pszName), Z_NameOf());
+    if (lGroup < 0) return nullptr;
+    const Group& group = m_vGroups[static_cast<std::size_t>(lGroup)];
+    if (visit(group.pFirst)) return group.pFirst;
+    for (DWORD dwLater = group.dwNext; dwLater != 0; dwLater = m_vLater[dwLater - 1].dwNext) {
+      if (visit(m_vLater[dwLater - 1].pRecord)) return m_vLater[dwLater - 1].pRecord;
     }
     return nullptr;
   }
-  // The entry at position dwIndex of the slot order, or null.
-  T* EntryAt(DWORD dwIndex) const {
-    for (const Slot& slot : m_vSlots) {
-      if (slot.pszName && dwIndex-- == 0) return slot.pRecord;
-    }
-    return nullptr;
+  DWORD CountOf(const char* pszName) const {
+    const long lGroup = m_Slots.Find(pszName, HashName(pszName), Z_NameOf());
+    return lGroup < 0 ? 0 : m_vGroups[static_cast<std::size_t>(lGroup)].dwCount;
   }
+  // The first record of the dwIndex-th name, in the order the names came, or null: for an index
+  // of unique names, its dwIndex-th entry.
+  T* EntryAt(DWORD dwIndex) const { return dwIndex < m_vGroups.size() ? m_vGroups[dwIndex].pFirst : nullptr; }
   void Clear() {
-    m_vSlots.clear();
-    m_nCount = 0;
+    m_vGroups.clear();
+    m_vLater.clear();
+    m_Slots.Clear();
   }
+  std::uint64_t GetSteps() const { return m_Slots.GetSteps(); }
 
  private:
-  struct Slot {
+  struct Group {
     const char* pszName;
+    T* pFirst;
+    DWORD dwCount;
+    // The first and the last later record + 1; 0 for none.
+    DWORD dwNext, dwLast;
+  };
+  struct Later {
     T* pRecord;
-    DWORD dwHash;
+    DWORD dwNext;
   };
 
-  void Z_Place(const Slot& slot) {
-    const std::size_t nMask = m_vSlots.size() - 1;
-    std::size_t i = slot.dwHash & nMask;
-    while (m_vSlots[i].pszName) i = (i + 1) & nMask;
-    m_vSlots[i] = slot;
-  }
-  // Entries are re-placed in their old slot order, which keeps the order under each name.
-  void Z_Rehash(std::size_t nSlots) {
-    std::vector<Slot> vOld(nSlots, Slot{nullptr, nullptr, 0});
-    vOld.swap(m_vSlots);
-    for (const Slot& slot : vOld) {
-      if (slot.pszName) Z_Place(slot);
-    }
+  auto Z_NameOf() const {
+    return [this](DWORD dwGroup) { return m_vGroups[dwGroup].pszName; };
   }
 
-  std::vector<Slot> m_vSlots;
-  std::size_t m_nCount = 0;
+  std::vector<Group> m_vGroups;
+  std::vector<Later> m_vLater;
+  C_NameSlots m_Slots;
 };
 
 template <class K, class V>
@@ -145,14 +148,7 @@ class C_HashTable<const char*, T*> : public virtual I_HashTable<T>, public virtu
 template <class T>
 class C_MultiHashTable<const char*, T*> : public virtual I_MultiHashTable<T>, public virtual C_Exception {
  public:
-  DWORD CountOf(const char* pszName) override {
-    DWORD dwCount = 0;
-    m_Index.FindIf(pszName, [&dwCount](T*) {
-      ++dwCount;
-      return false;
-    });
-    return dwCount;
-  }
+  DWORD CountOf(const char* pszName) override { return m_Index.CountOf(pszName); }
   DWORD GetCount() override { return static_cast<DWORD>(m_Index.Count()); }
   HRESULT Insert(const char* pszName, T* pRecord) override {
     m_Index.Insert(pszName, pRecord);

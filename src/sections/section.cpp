@@ -82,6 +82,8 @@ KEL_SHDR& C_KOfdSection::Y_Header() {
 
 BYTE* ReadFileRegion(I_File* pFile, DWORD dwBase, DWORD dwOffset, DWORD dwSize) {
   if (!pFile || !pFile->GetHandle()) return nullptr;
+  // Reading nothing cannot fail, wherever the region is said to begin.
+  if (dwSize == 0) return new BYTE[kRegionPadding]();
   const std::uint64_t qwPosition = static_cast<std::uint64_t>(dwBase) + dwOffset;
   std::uint64_t qwFileSize = 0;
   if (!platform::FileSize(pFile->GetHandle(), &qwFileSize)) return nullptr;
