@@ -12,13 +12,9 @@
 #include <string>
 
 #include "platform/posix/file_token.h"
+#include "platform/replace_steps.h"
 
 namespace platform {
-namespace {
-
-constexpr DWORD kCopyChunk = 1u << 20;
-// A long target name is cut so that the temporary's name still fits a directory entry.
-constexpr std::size_t kMaxBaseName = 200;
 
 // The temporary's descriptor is the FileToken part, so that FileWrite and FileSeek work on it.
 struct ReplaceToken : FileToken {
@@ -29,7 +25,7 @@ struct ReplaceToken : FileToken {
   unsigned uFlags = 0;
 };
 
-ReplaceToken* Output(HANDLE hOutput) { return static_cast<ReplaceToken*>(Token(hOutput)); }
+namespace {
 
 void CloseKeepingError(int fd) {
   const int saved = errno;
@@ -39,16 +35,16 @@ void CloseKeepingError(int fd) {
 
 // The file to replace: a symbolic link is followed to the file it names, and refused when that
 // file does not exist; with kReplaceNew nothing at all may have the name.
-bool FindTarget(const char* pszTarget, ReplaceToken& out) {
+bool FindTarget(ReplaceToken& out) {
   struct stat st;
-  out.sTarget = pszTarget;
-  if (::lstat(pszTarget, &st) != 0) return errno == ENOENT;
+  const std::string sNamed = out.sTarget;
+  if (::lstat(sNamed.c_str(), &st) != 0) return errno == ENOENT;
   if (out.uFlags & kReplaceNew) {
     errno = EEXIST;
     return false;
   }
   if (!S_ISLNK(st.st_mode)) return true;
-  char* pszResolved = ::realpath(pszTarget, nullptr);
+  char* pszResolved = ::realpath(sNamed.c_str(), nullptr);
   if (!pszResolved) {
     if (errno == ENOENT) errno = static_cast<int>(kErrorDanglingLink);
     return false;
@@ -102,45 +98,6 @@ bool RandomBytes(unsigned char* pBytes, std::size_t nBytes) {
   return true;
 }
 
-// Creates "TARGET.kofd-<16 random hex digits>.tmp" beside the target; O_EXCL with O_NOFOLLOW
-// refuses anything planted at that name, a symbolic link included.
-bool CreateTemporary(ReplaceToken& out) {
-  const std::size_t nSlash = out.sTarget.rfind('/');
-  const std::size_t nBase = nSlash == std::string::npos ? 0 : nSlash + 1;
-  const std::string sPrefix = out.sTarget.substr(0, nBase) + out.sTarget.substr(nBase, kMaxBaseName) + ".kofd-";
-  static const char kDigits[] = "0123456789abcdef";
-  for (int attempt = 0; attempt < 16; ++attempt) {
-    unsigned char random[8];
-    if (!RandomBytes(random, sizeof random)) return false;
-    std::string sName = sPrefix;
-    for (unsigned char byte : random) sName += {kDigits[byte >> 4], kDigits[byte & 0xF]};
-    sName += ".tmp";
-    const int fd = ::open(sName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (fd >= 0) {
-      out.fd = fd;
-      out.sTemporary = sName;
-      return true;
-    }
-    if (errno != EEXIST) return false;
-  }
-  return false;
-}
-
-bool CopyTarget(ReplaceToken& out) {
-  std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyChunk]);
-  if (!buffer) {
-    errno = ENOMEM;
-    return false;
-  }
-  FileToken source{out.lockFd};
-  for (;;) {
-    DWORD dwRead = 0, dwWritten = 0;
-    if (!FileRead(&source, buffer.get(), kCopyChunk, &dwRead)) return false;
-    if (dwRead == 0) return true;
-    if (!FileWrite(static_cast<FileToken*>(&out), buffer.get(), dwRead, &dwWritten)) return false;
-  }
-}
-
 bool SyncDirectory(const std::string& sTarget) {
   const std::size_t nSlash = sTarget.rfind('/');
   const std::string sDirectory = nSlash == std::string::npos ? "." : nSlash == 0 ? "/" : sTarget.substr(0, nSlash);
@@ -162,7 +119,42 @@ bool KeepOwnerAndMode(const ReplaceToken& out) {
   return ::fchmod(out.fd, out.held.st_mode & 07777) == 0;
 }
 
-ReplaceFailure Finish(ReplaceToken& out) {
+}  // namespace
+
+// O_EXCL with O_NOFOLLOW refuses anything planted at the temporary's name, a link included.
+bool CreateTemporary(ReplaceToken& out) {
+  for (int attempt = 0; attempt < kTemporaryAttempts; ++attempt) {
+    unsigned char random[8];
+    if (!RandomBytes(random, sizeof random)) return false;
+    const std::string sName = TemporaryName(out.sTarget, "/", random);
+    const int fd = ::open(sName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd >= 0) {
+      out.fd = fd;
+      out.sTemporary = sName;
+      return true;
+    }
+    if (errno != EEXIST) return false;
+  }
+  return false;
+}
+
+bool CopyTarget(ReplaceToken& out) {
+  if (out.lockFd < 0) return true;
+  std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyChunk]);
+  if (!buffer) {
+    errno = ENOMEM;
+    return false;
+  }
+  FileToken source{out.lockFd};
+  for (;;) {
+    DWORD dwRead = 0, dwWritten = 0;
+    if (!FileRead(&source, buffer.get(), kCopyChunk, &dwRead)) return false;
+    if (dwRead == 0) return true;
+    if (!FileWrite(static_cast<FileToken*>(&out), buffer.get(), dwRead, &dwWritten)) return false;
+  }
+}
+
+ReplaceFailure FinishReplace(ReplaceToken& out) {
   // A write that failed gave back the descriptor.
   if (out.fd < 0) {
     errno = EBADF;
@@ -184,19 +176,7 @@ ReplaceFailure Finish(ReplaceToken& out) {
   return SyncDirectory(out.sTarget) ? kReplaceDone : kReplaceWrite;
 }
 
-void Release(ReplaceToken* pOut) {
-  const int saved = errno;
-  if (pOut->fd >= 0) ::close(pOut->fd);
-  if (!pOut->sTemporary.empty()) ::unlink(pOut->sTemporary.c_str());
-  if (pOut->lockFd >= 0) ::close(pOut->lockFd);
-  delete pOut;
-  errno = saved;
-}
-
-}  // namespace
-
-HANDLE ReplaceBegin(const char* pszTarget, unsigned uFlags, ReplaceFailure* pFailure) {
-  *pFailure = kReplaceTarget;
+ReplaceToken* NewReplaceToken(const char* pszTarget, unsigned uFlags) {
   if (!pszTarget || !*pszTarget) {
     errno = EINVAL;
     return nullptr;
@@ -207,37 +187,27 @@ HANDLE ReplaceBegin(const char* pszTarget, unsigned uFlags, ReplaceFailure* pFai
     return nullptr;
   }
   pOut->fd = -1;
+  pOut->sTarget = pszTarget;
   pOut->uFlags = uFlags;
-  bool bReady = FindTarget(pszTarget, *pOut) && ((uFlags & kReplaceNew) || LockTarget(*pOut));
-  if (bReady) {
-    *pFailure = kReplaceTemporary;
-    bReady = CreateTemporary(*pOut);
-  }
-  if (bReady && (uFlags & kReplaceKeepContents) && pOut->lockFd >= 0) {
-    *pFailure = kReplaceWrite;
-    bReady = CopyTarget(*pOut);
-  }
-  if (!bReady) {
-    Release(pOut);
-    return nullptr;
-  }
-  *pFailure = kReplaceDone;
-  return static_cast<FileToken*>(pOut);
+  return pOut;
 }
 
-ReplaceFailure ReplaceCommit(HANDLE hOutput) {
-  ReplaceToken* pOut = Output(hOutput);
-  if (!pOut) {
-    errno = EBADF;
-    return kReplaceWrite;
-  }
-  const ReplaceFailure failure = Finish(*pOut);
-  Release(pOut);
-  return failure;
+HANDLE ReplaceHandle(ReplaceToken* pOut) { return static_cast<FileToken*>(pOut); }
+
+ReplaceToken* ReplaceTokenOf(HANDLE hOutput) {
+  if (!hOutput) errno = EBADF;
+  return static_cast<ReplaceToken*>(Token(hOutput));
 }
 
-void ReplaceAbandon(HANDLE hOutput) {
-  if (ReplaceToken* pOut = Output(hOutput)) Release(pOut);
+bool PrepareTarget(ReplaceToken& out) { return FindTarget(out) && ((out.uFlags & kReplaceNew) || LockTarget(out)); }
+
+void ReleaseReplace(ReplaceToken* pOut) {
+  const int saved = errno;
+  if (pOut->fd >= 0) ::close(pOut->fd);
+  if (!pOut->sTemporary.empty()) ::unlink(pOut->sTemporary.c_str());
+  if (pOut->lockFd >= 0) ::close(pOut->lockFd);
+  delete pOut;
+  errno = saved;
 }
 
 }  // namespace platform

@@ -9,13 +9,10 @@
 #include <new>
 #include <string>
 
+#include "platform/replace_steps.h"
 #include "platform/win32/file_token.h"
 
 namespace platform {
-namespace {
-
-constexpr DWORD kCopyChunk = 1u << 20;
-constexpr std::size_t kMaxBaseName = 200;
 
 struct ReplaceToken : FileToken {
   std::string sTarget;
@@ -24,7 +21,7 @@ struct ReplaceToken : FileToken {
   unsigned uFlags = 0;
 };
 
-ReplaceToken* Output(HANDLE hOutput) { return static_cast<ReplaceToken*>(Token(hOutput)); }
+namespace {
 
 void CloseKeepingError(::HANDLE& hOs) {
   if (hOs == INVALID_HANDLE_VALUE) return;
@@ -73,22 +70,20 @@ bool LockTarget(ReplaceToken& out) {
   }
 }
 
+}  // namespace
+
 bool CreateTemporary(ReplaceToken& out) {
-  const std::size_t nSlash = out.sTarget.find_last_of("\\/");
-  const std::size_t nBase = nSlash == std::string::npos ? 0 : nSlash + 1;
-  const std::string sPrefix = out.sTarget.substr(0, nBase) + out.sTarget.substr(nBase, kMaxBaseName) + ".kofd-";
-  static const char kDigits[] = "0123456789abcdef";
-  for (int attempt = 0; attempt < 16; ++attempt) {
-    std::string sName = sPrefix;
-    for (int word = 0; word < 2; ++word) {
+  for (int attempt = 0; attempt < kTemporaryAttempts; ++attempt) {
+    unsigned char random[8];
+    for (unsigned char& byte : random) {
       unsigned int uRandom = 0;
       if (rand_s(&uRandom) != 0) {
         ::SetLastError(ERROR_GEN_FAILURE);
         return false;
       }
-      for (int shift = 28; shift >= 0; shift -= 4) sName += kDigits[(uRandom >> shift) & 0xF];
+      byte = static_cast<unsigned char>(uRandom);
     }
-    sName += ".tmp";
+    const std::string sName = TemporaryName(out.sTarget, "\\/", random);
     out.hOs = ::CreateFileA(sName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
                             nullptr);
     if (out.hOs != INVALID_HANDLE_VALUE) {
@@ -101,6 +96,7 @@ bool CreateTemporary(ReplaceToken& out) {
 }
 
 bool CopyTarget(ReplaceToken& out) {
+  if (out.hLock == INVALID_HANDLE_VALUE) return true;
   std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyChunk]);
   if (!buffer) {
     ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
@@ -114,7 +110,7 @@ bool CopyTarget(ReplaceToken& out) {
   }
 }
 
-ReplaceFailure Finish(ReplaceToken& out) {
+ReplaceFailure FinishReplace(ReplaceToken& out) {
   if (out.hOs == INVALID_HANDLE_VALUE) {
     ::SetLastError(ERROR_INVALID_HANDLE);
     return kReplaceWrite;
@@ -131,19 +127,7 @@ ReplaceFailure Finish(ReplaceToken& out) {
   return kReplaceDone;
 }
 
-void Release(ReplaceToken* pOut) {
-  const DWORD saved = ::GetLastError();
-  CloseKeepingError(pOut->hOs);
-  if (!pOut->sTemporary.empty()) ::DeleteFileA(pOut->sTemporary.c_str());
-  CloseKeepingError(pOut->hLock);
-  delete pOut;
-  ::SetLastError(saved);
-}
-
-}  // namespace
-
-HANDLE ReplaceBegin(const char* pszTarget, unsigned uFlags, ReplaceFailure* pFailure) {
-  *pFailure = kReplaceTarget;
+ReplaceToken* NewReplaceToken(const char* pszTarget, unsigned uFlags) {
   if (!pszTarget || !*pszTarget) {
     ::SetLastError(ERROR_INVALID_PARAMETER);
     return nullptr;
@@ -156,44 +140,29 @@ HANDLE ReplaceBegin(const char* pszTarget, unsigned uFlags, ReplaceFailure* pFai
   pOut->hOs = INVALID_HANDLE_VALUE;
   pOut->sTarget = pszTarget;
   pOut->uFlags = uFlags;
-  bool bReady = true;
-  if (uFlags & kReplaceNew) {
-    if (PathTaken(pszTarget)) {
-      ::SetLastError(ERROR_FILE_EXISTS);
-      bReady = false;
-    }
-  } else {
-    bReady = LockTarget(*pOut);
-  }
-  if (bReady) {
-    *pFailure = kReplaceTemporary;
-    bReady = CreateTemporary(*pOut);
-  }
-  if (bReady && (uFlags & kReplaceKeepContents) && pOut->hLock != INVALID_HANDLE_VALUE) {
-    *pFailure = kReplaceWrite;
-    bReady = CopyTarget(*pOut);
-  }
-  if (!bReady) {
-    Release(pOut);
-    return nullptr;
-  }
-  *pFailure = kReplaceDone;
-  return static_cast<FileToken*>(pOut);
+  return pOut;
 }
 
-ReplaceFailure ReplaceCommit(HANDLE hOutput) {
-  ReplaceToken* pOut = Output(hOutput);
-  if (!pOut) {
-    ::SetLastError(ERROR_INVALID_HANDLE);
-    return kReplaceWrite;
-  }
-  const ReplaceFailure failure = Finish(*pOut);
-  Release(pOut);
-  return failure;
+HANDLE ReplaceHandle(ReplaceToken* pOut) { return static_cast<FileToken*>(pOut); }
+
+ReplaceToken* ReplaceTokenOf(HANDLE hOutput) {
+  if (!hOutput) ::SetLastError(ERROR_INVALID_HANDLE);
+  return static_cast<ReplaceToken*>(Token(hOutput));
 }
 
-void ReplaceAbandon(HANDLE hOutput) {
-  if (ReplaceToken* pOut = Output(hOutput)) Release(pOut);
+bool PrepareTarget(ReplaceToken& out) {
+  if (!(out.uFlags & kReplaceNew)) return LockTarget(out);
+  if (!PathTaken(out.sTarget.c_str())) return true;
+  ::SetLastError(ERROR_FILE_EXISTS);
+  return false;
 }
 
+void ReleaseReplace(ReplaceToken* pOut) {
+  const DWORD saved = ::GetLastError();
+  CloseKeepingError(pOut->hOs);
+  if (!pOut->sTemporary.empty()) ::DeleteFileA(pOut->sTemporary.c_str());
+  CloseKeepingError(pOut->hLock);
+  delete pOut;
+  ::SetLastError(saved);
+}
 }  // namespace platform
