@@ -1,7 +1,8 @@
 // kofd ar LIB list|symbols|find|create|add|remove: archives of KELF objects.
 //
-// Changes never touch LIB until they have all succeeded: the new archive is written to a sibling
-// temporary file, which then replaces LIB in one rename. The library's own Add would leave its
+// Changes never touch LIB until they have all succeeded: the new archive is written through the
+// replacing output, which locks LIB before it is read and renames the new archive over it once
+// complete, so that two changes at once both take effect. The library's own Add would leave its
 // mark in the linker member when it refuses an object, and its Remove leaves the member list
 // alone, so the tool checks before it adds and removes with Delete.
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include "commands.h"
 #include "escape.h"
 #include "frame/error.h"
+#include "frame/replacing_file.h"
 #include "object/kofd_elf.h"
 #include "object_file.h"
 #include "platform/platform.h"
@@ -60,21 +62,6 @@ const char* MemberOfSymbol(C_KOfdArchive& archive, DWORD dwSymbol, const char* p
   return archive.MemberAt(dwMember).GetName();
 }
 
-// Writes the archive beside sLibrary and renames it over sLibrary; the temporary file is removed
-// when anything fails.
-void Commit(C_KOfdArchive& archive, const std::string& sLibrary) {
-  const std::string sTemporary = sLibrary + ".kofd-" + std::to_string(getpid()) + ".tmp";
-  try {
-    archive.SaveAs(sTemporary.c_str());
-    if (!platform::PathReplace(sTemporary.c_str(), sLibrary.c_str())) {
-      ThrowLibraryError(true, KofdCode(IDS_MOVE_TEMPORARY_FAILED), sLibrary.c_str());
-    }
-  } catch (...) {
-    platform::PathRemove(sTemporary.c_str());
-    throw;
-  }
-}
-
 // Refuses, before anything changes, an object the archive cannot take whole: one whose name is
 // a member's already, or that defines a global symbol the archive lists (or defines it twice).
 void CheckAddable(C_KOfdArchive& archive, const std::string& sObject) {
@@ -101,7 +88,7 @@ void CheckAddable(C_KOfdArchive& archive, const std::string& sObject) {
   }
 }
 
-int RunAdd(C_KOfdArchive& archive, const ArOptions& options) {
+int RunAdd(C_KOfdArchive& archive, C_ReplacingFile& output, const ArOptions& options) {
   Progress progress("adding", options.vItems.size());
   for (std::size_t i = 0; i < options.vItems.size(); ++i) {
     const std::string& sObject = options.vItems[i];
@@ -113,23 +100,24 @@ int RunAdd(C_KOfdArchive& archive, const ArOptions& options) {
     if (status != 0) return status;
     progress.Step(i + 1);
   }
-  Commit(archive, options.sLibrary);
+  archive.SaveTo(output);
   return 0;
 }
 
 int RunChange(const std::string& sCommand, const ArOptions& options) {
   return RunReporting(options.sLibrary, [&] {
+    const bool bCreate = sCommand == "create";
+    // A dangling symbolic link counts: creating through it would write where it points.
+    if (bCreate && platform::PathTaken(options.sLibrary.c_str())) Fail("already exists");
+    C_ReplacingFile output(options.sLibrary.c_str(), bCreate ? unsigned(platform::kReplaceNew) : 0u);
     C_KOfdArchive archive;
-    if (sCommand == "create") {
-      std::uint64_t qwSize = 0;
-      std::int64_t llTime = 0;
-      if (platform::PathStatus(options.sLibrary.c_str(), &qwSize, &llTime)) Fail("already exists");
+    if (bCreate) {
       archive.Attach(options.sLibrary.c_str(), options.sLibrary.c_str(), 0, 0, 0);
       archive.Create();
-      return RunAdd(archive, options);
+      return RunAdd(archive, output, options);
     }
     OpenArchive(archive, options.sLibrary);
-    if (sCommand == "add") return RunAdd(archive, options);
+    if (sCommand == "add") return RunAdd(archive, output, options);
     Progress progress("removing", options.vItems.size());
     for (std::size_t i = 0; i < options.vItems.size(); ++i) {
       DWORD dwMember = 0;
@@ -137,7 +125,7 @@ int RunChange(const std::string& sCommand, const ArOptions& options) {
       archive.Delete(options.vItems[i].c_str());
       progress.Step(i + 1);
     }
-    Commit(archive, options.sLibrary);
+    archive.SaveTo(output);
     return 0;
   });
 }

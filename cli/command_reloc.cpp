@@ -1,9 +1,8 @@
 // kofd reloc FILE: the relocation sections of type 22 with each record's field, value and
 // expression; with --apply, the object with every relocation applied, written to OUT.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -11,7 +10,11 @@
 
 #include "commands.h"
 #include "escape.h"
+#include "frame/error.h"
+#include "frame/fileio.h"
+#include "frame/replacing_file.h"
 #include "object_file.h"
+#include "platform/platform.h"
 #include "reloc/relocation_tables.h"
 #include "report.h"
 
@@ -132,41 +135,50 @@ class PrintingSink : public C_KOfdRelocationSink {
   }
 };
 
-// Writes a copy of the input whose patched program sections hold their new bytes. The copy is
-// made beside OUT and renamed over it only once it is complete.
-void WritePatchedCopy(const RelocOptions& options, const std::map<DWORD, C_KOfdProgramTable*>& targets) {
-  std::ifstream in(options.sPath, std::ios::binary);
-  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (!in.good() && !in.eof()) throw std::runtime_error("cannot read the object again");
-  for (const auto& target : targets) {
-    KEL_SHDR* pHeader = nullptr;
-    BYTE* pData = nullptr;
-    DWORD dwHeld = 0;
-    target.second->GetHeader(&pHeader);
-    target.second->GetData(&pData, &dwHeld);
-    // The document read these bytes from the file, so they lie inside it.
-    const std::size_t nOffset = pHeader->sh_offset;
-    const std::size_t nSize = std::min<std::size_t>(dwHeld, bytes.size() - std::min(bytes.size(), nOffset));
-    if (pData) bytes.replace(nOffset, nSize, reinterpret_cast<const char*>(pData), nSize);
-  }
-  const std::filesystem::path output(options.sOutput);
-  std::filesystem::path temporary = output;
-  temporary += ".kofd-tmp";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    out.close();
-    if (!out) {
-      std::error_code ignored;
-      std::filesystem::remove(temporary, ignored);
-      throw std::runtime_error("cannot write " + temporary.string());
+// The bytes a patched program section holds, and where the file has them.
+struct Patch {
+  std::uint64_t qwOffset;
+  const BYTE* pData;
+  DWORD dwSize;
+};
+
+// Copies the input to OUT a block at a time, the patched sections' bytes taking the place of
+// theirs as their ranges pass, so that a large input is never held whole.
+void WritePatchedCopy(const RelocOptions& options, const std::vector<Patch>& patches, C_ReplacingFile& output) {
+  constexpr DWORD kBlock = 1u << 20;
+  HANDLE hInput = nullptr;
+  if (OpenFileForRead(options.sPath.c_str(), &hInput) != S_OK) ThrowLibraryError(true, KE_OPEN_FAILED, options.sPath.c_str());
+  std::unique_ptr<void, HRESULT (*)(HANDLE)> closer(hInput, CloseFileHandle);
+  std::uint64_t qwSize = 0;
+  if (!platform::FileSize(hInput, &qwSize)) ThrowLibraryError(true, KE_READ_FAILED, options.sPath.c_str());
+  std::vector<BYTE> vBlock(static_cast<std::size_t>(std::min<std::uint64_t>(kBlock, qwSize)));
+  for (std::uint64_t qwAt = 0; qwAt < qwSize;) {
+    const DWORD dwBlock = static_cast<DWORD>(std::min<std::uint64_t>(kBlock, qwSize - qwAt));
+    DWORD dwRead = 0;
+    if (ReadFileBlockCounted(hInput, vBlock.data(), dwBlock, 1, &dwRead) != S_OK || dwRead != dwBlock) {
+      if (dwRead != 0) platform::SetEndOfFileError();
+      ThrowLibraryError(true, KE_READ_FAILED, options.sPath.c_str());
     }
+    for (const Patch& patch : patches) {
+      const std::uint64_t qwFrom = std::max(qwAt, patch.qwOffset);
+      const std::uint64_t qwTo = std::min(qwAt + dwBlock, patch.qwOffset + patch.dwSize);
+      if (qwFrom < qwTo) memcpy(&vBlock[qwFrom - qwAt], patch.pData + (qwFrom - patch.qwOffset), qwTo - qwFrom);
+    }
+    output.Write(vBlock.data(), dwBlock);
+    qwAt += dwBlock;
   }
-  std::filesystem::rename(temporary, output);
+  output.Commit();
 }
 
 int RunReloc(const RelocOptions& options) {
   return RunReporting(options.sPath, [&] {
+    // OUT is locked before anything is read, so that two runs writing it take turns.
+    std::unique_ptr<C_ReplacingFile> output;
+    try {
+      if (!options.sApply.empty()) output = std::make_unique<C_ReplacingFile>(options.sOutput.c_str());
+    } catch (const C_Exception& error) {
+      return ReportFailure(options.sOutput, error);
+    }
     std::unique_ptr<C_KOfdELF4> document = OpenObject(options.sPath);
     std::vector<DWORD> indexes;
     if (!SelectTables(*document, options, &indexes)) return kExitFailure;
@@ -192,10 +204,19 @@ int RunReloc(const RelocOptions& options) {
         targets[pProgram->GetKeyIndex()] = pProgram;
       }
     }
+    std::vector<Patch> patches;
+    for (const auto& target : targets) {
+      KEL_SHDR* pHeader = nullptr;
+      BYTE* pData = nullptr;
+      DWORD dwHeld = 0;
+      target.second->GetHeader(&pHeader);
+      target.second->GetData(&pData, &dwHeld);
+      if (pData) patches.push_back({pHeader->sh_offset, pData, dwHeld});
+    }
     try {
-      WritePatchedCopy(options, targets);
-    } catch (const std::exception& error) {
-      return ReportFailure(options.sOutput, std::string(error.what()));
+      WritePatchedCopy(options, patches, *output);
+    } catch (const C_Exception& error) {
+      return ReportFailure(options.sOutput, error);
     }
     return 0;
   });

@@ -1,4 +1,5 @@
 // kofd: the command-line face of the object file descriptor library.
+#include <csignal>
 #include <cstdio>
 
 #include <CLI/CLI.hpp>
@@ -8,6 +9,11 @@
 #include "report.h"
 
 int main(int argc, char** argv) {
+  // A write past the file-size limit then fails with its system text, and the temporary file is
+  // removed, instead of the tool dying in the middle.
+#ifdef SIGXFSZ
+  std::signal(SIGXFSZ, SIG_IGN);
+#endif
   CLI::App app{"kofd: open, inspect and dump KELF objects and archives of KELF objects", "kofd"};
   bool bVersion = false;
   app.add_flag("--version", bVersion, "Print the library's banner and exit");

@@ -15,6 +15,7 @@
 #include "frame/exception.h"
 #include "frame/exports.h"
 #include "frame/file.h"
+#include "archive/archive.h"
 #include "host_views.h"
 #include "object/kofd_elf.h"
 #include "reloc/relocation_tables.h"
@@ -159,6 +160,33 @@ void CheckObjectOpens(const Exports& dll) {
   if (pObject) pObject->Destroy();
 }
 
+// The archive saves through the Win32 replacing output: a new file, then a replaced one, each the
+// same bytes as the archive read, and no temporary file left beside them.
+void CheckArchiveSaves(const Exports& dll) {
+  I_Unknown* pObject = dll.pfnCreateInstance("I_KOfdArchive");
+  I_KOfdArchive* pArchive = dynamic_cast<I_KOfdArchive*>(pObject);
+  I_File* pFile = dynamic_cast<I_File*>(pObject);
+  if (pArchive && pFile) {
+    try {
+      DeleteFileA("saved.a");
+      pFile->AttachPath("sample.a", 0);
+      pArchive->Open();
+      const bool bSaved = pArchive->SaveAs("saved.a") == S_OK && pArchive->SaveAs("saved.a") == S_OK;
+      std::ifstream original("sample.a", std::ios::binary), saved("saved.a", std::ios::binary);
+      const std::string sOriginal((std::istreambuf_iterator<char>(original)), std::istreambuf_iterator<char>());
+      const std::string sSaved((std::istreambuf_iterator<char>(saved)), std::istreambuf_iterator<char>());
+      Check(bSaved && sSaved == sOriginal, "the sample archive saves over an existing file byte for byte");
+      WIN32_FIND_DATAA found;
+      const HANDLE hFind = FindFirstFileA("saved.a.kofd-*", &found);
+      Check(hFind == INVALID_HANDLE_VALUE, "no temporary file is left beside the saved archive");
+      if (hFind != INVALID_HANDLE_VALUE) FindClose(hFind);
+    } catch (C_Exception& error) {
+      Check(false, "saving the sample archive", error.Message());
+    }
+  }
+  if (pObject) pObject->Destroy();
+}
+
 // The first line where two texts differ, for the report of a failed comparison.
 std::string FirstDifference(const std::string& sActual, const std::string& sExpected) {
   std::size_t nStart = 0;
@@ -216,6 +244,7 @@ int main(int argc, char** argv) {
     CheckFactory(dll);
     CheckExceptionCrossesBoundary(dll);
     CheckObjectOpens(dll);
+    CheckArchiveSaves(dll);
     INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_TREEVIEW_CLASSES | ICC_LISTVIEW_CLASSES};
     Check(InitCommonControlsEx(&controls) != FALSE, "common controls load");
     CheckBrowseOnRealControls(dll, "sample.o", "browse_sample_o.txt");

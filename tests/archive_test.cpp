@@ -320,13 +320,16 @@ TEST(KOfdArchive, DamagedArchivesAreRefusedWithTheirOwnResult) {
   EXPECT_EQ(TempDir::Read(dir.Path("size.a")), AsString(bytes)) << "a failed save changed the file";
 }
 
-TEST(KOfdArchive, AFailedWriteIsReported) {
+TEST(KOfdArchive, ASaveThatCannotReplaceItsTargetIsReported) {
   TempDir dir;
   C_KOfdArchive archive;
   archive.AttachPath(TwoMemberArchive(dir).c_str(), 0);
   archive.Open();
-  const C_Exception error = Failure([&] { archive.SaveAs("/dev/full"); });
-  EXPECT_EQ(error.Code(), KE_WRITE_FAILED);
-  EXPECT_NE(error.Message().find("System Error: "), std::string::npos);
-  EXPECT_EQ(Failure([&] { archive.SaveAs(dir.Path("no/such/dir.a").c_str()); }).Code(), KE_OPEN_FAILED);
+  // A device is never replaced by a file; a directory that does not exist holds no temporary.
+  const C_Exception device = Failure([&] { archive.SaveAs("/dev/full"); });
+  EXPECT_EQ(device.Code(), KE_OPEN_FAILED);
+  EXPECT_NE(device.Message().find("System Error: not an ordinary file"), std::string::npos) << device.Message();
+  const C_Exception missing = Failure([&] { archive.SaveAs(dir.Path("no/such/dir.a").c_str()); });
+  EXPECT_EQ(missing.Code(), KofdCode(IDS_TEMPORARY_FILE_FAILED));
+  EXPECT_NE(missing.Message().find("System Error: "), std::string::npos);
 }

@@ -5,6 +5,7 @@
 
 #include "frame/error.h"
 #include "frame/fileio.h"
+#include "frame/replacing_file.h"
 #include "frame/text.h"
 #include "object/kofd_elf.h"
 #include "platform/platform.h"
@@ -298,8 +299,8 @@ void C_KOfdArchive::Z_LoadAll() {
   }
 }
 
-void C_KOfdArchive::Z_Write(I_File& file, const char* pszName, bool bInPlace) {
-  C_KArcWriter writer(&file, kWriteBuffer);
+std::vector<std::uint64_t> C_KOfdArchive::Z_Write(HANDLE hFile, const char* pszName) {
+  C_KArcWriter writer(hFile, kWriteBuffer);
   writer.Put(kMagic, kMagicSize, pszName);
   m_LinkMember.Write(writer);
   m_NameMember.Write(writer);
@@ -318,39 +319,36 @@ void C_KOfdArchive::Z_Write(I_File& file, const char* pszName, bool bInPlace) {
     qwAt += kArcMemberHeaderSize + (member.IsLoaded() ? member.GetSize() : 0);
   }
   writer.Flush();
-  // The members written in place are read from their new positions from now on.
-  if (bInPlace) {
-    for (std::size_t i = 0; i < vDataAt.size(); ++i) {
-      m_vMembers[i]->SetSource(pszName, vDataAt[i]);
-      m_vMembers[i]->MarkCharged();
-    }
-  }
+  return vDataAt;
 }
 
 HRESULT C_KOfdArchive::Save() {
-  if (GetHandle() && C_File::Close() != S_OK) ThrowLibraryError(true, KE_CLOSE_FAILED, GetPath());
-  // Rewriting in place truncates the file the members' bytes come from: read them all first.
-  ThrowIfRecorded(GuardAllocation(*this, [&] {
-    Z_LoadAll();
-    return S_OK;
-  }), *this);
-  if (C_File::Open(0) != S_OK) ThrowLibraryError(true, KE_OPEN_FAILED, GetPath());
-  ClosingOnFailure(*this, [&] { Z_Write(*this, GetPath(), true); });
-  if (C_File::Close() != S_OK) ThrowLibraryError(true, KE_CLOSE_FAILED, GetPath());
-  return S_OK;
+  C_ReplacingFile output(GetPath());
+  return SaveTo(output);
 }
 
 HRESULT C_KOfdArchive::SaveAs(const char* pszPath) {
   if (!pszPath) return E_POINTER;
+  C_ReplacingFile output(pszPath);
+  return SaveTo(output);
+}
+
+HRESULT C_KOfdArchive::SaveTo(C_ReplacingFile& output) {
+  if (GetHandle() && C_File::Close() != S_OK) ThrowLibraryError(true, KE_CLOSE_FAILED, GetPath());
+  // The members keep no handle on the old file, which the rename unlinks: read them all first.
   ThrowIfRecorded(GuardAllocation(*this, [&] {
     Z_LoadAll();
     return S_OK;
   }), *this);
-  C_File file;
-  file.Attach(pszPath, pszPath, 0, 0, 0);
-  if (file.Open(0) != S_OK) ThrowLibraryError(true, KE_OPEN_FAILED, pszPath);
-  ClosingOnFailure(file, [&] { Z_Write(file, pszPath, std::string(pszPath) == GetPath()); });
-  if (file.Close() != S_OK) ThrowLibraryError(true, KE_CLOSE_FAILED, pszPath);
+  const std::vector<std::uint64_t> vDataAt = Z_Write(output.Handle(), output.Target().c_str());
+  output.Commit();
+  // The members written over the document's own file are read from their new places from now on.
+  if (output.Target() == GetPath()) {
+    for (std::size_t i = 0; i < vDataAt.size(); ++i) {
+      m_vMembers[i]->SetSource(GetPath(), vDataAt[i]);
+      m_vMembers[i]->MarkCharged();
+    }
+  }
   return S_OK;
 }
 

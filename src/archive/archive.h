@@ -18,6 +18,8 @@
 #include "frame/file.h"
 #include "present/browse.h"
 
+class C_ReplacingFile;
+
 class I_KOfdELF;
 
 // What FindSymbol reports: the defining symbol's section index, its info byte, value and size
@@ -47,7 +49,7 @@ class I_KOfdArchive : public virtual I_Unknown {
   virtual HRESULT Add(const char* pszPath, DWORD dwAttribute) = 0;
   // Takes the first member named pszName (ignoring case) out of the linker member only.
   virtual HRESULT Remove(const char* pszName) = 0;
-  // Rewrites the archive at its own path, in place.
+  // Rewrites the archive at its own path, through a temporary file renamed over it.
   virtual HRESULT Save() = 0;
   // Empties the name member, destroys the object members and closes the file.
   virtual HRESULT Close() = 0;
@@ -93,6 +95,9 @@ class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File, publi
   HRESULT Close() override;
   HRESULT Create() override;
   HRESULT SaveAs(const char* pszPath) override;
+  // Writes the archive through an output begun before the archive was read (which holds the
+  // file's lock since) and commits it; Save and SaveAs begin their own.
+  HRESULT SaveTo(C_ReplacingFile& output);
   HRESULT Delete(const char* pszName) override;
   HRESULT GetMemberCount(DWORD* pdwCount) override;
   HRESULT GetMember(DWORD dwIndex, I_KArcObjectMember** ppMember) override;
@@ -116,8 +121,8 @@ class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File, publi
   void Z_EraseName(DWORD dwNameAt);
   // Loads the bytes of every member that does not hold them yet, before a file is rewritten.
   void Z_LoadAll();
-  // Writes the whole archive to a file opened for writing; bInPlace names the document's own.
-  void Z_Write(I_File& file, const char* pszName, bool bInPlace);
+  // Writes the whole archive at the handle's position; the data offsets of the members written.
+  std::vector<std::uint64_t> Z_Write(HANDLE hFile, const char* pszName);
 
   C_KArcLinkMember m_LinkMember;
   C_KArcNameMember m_NameMember;

@@ -54,11 +54,14 @@ bool C_KArcReadWindow::ReadAt(std::uint64_t qwOffset, void* pOut, DWORD dwSize) 
   return true;
 }
 
-C_KArcWriter::C_KArcWriter(I_File* pFile, DWORD dwBufferSize) : m_pFile(pFile) { m_vBuffer.resize(dwBufferSize); }
+C_KArcWriter::C_KArcWriter(I_File* pFile, DWORD dwBufferSize)
+    : C_KArcWriter(pFile ? pFile->GetHandle() : nullptr, dwBufferSize) {}
+
+C_KArcWriter::C_KArcWriter(HANDLE hFile, DWORD dwBufferSize) : m_hFile(hFile) { m_vBuffer.resize(dwBufferSize); }
 
 void C_KArcWriter::Z_Write(const void* pData, DWORD dwSize, const char* pszContext) {
   if (dwSize == 0) return;
-  if (WriteFileBlock(m_pFile ? m_pFile->GetHandle() : nullptr, pData, 1, dwSize) != S_OK) {
+  if (WriteFileBlock(m_hFile, pData, 1, dwSize) != S_OK) {
     ThrowLibraryError(true, KE_WRITE_FAILED, pszContext);
   }
 }

@@ -61,6 +61,7 @@ class C_KArcReadBudget {
 class C_KArcWriter {
  public:
   C_KArcWriter(I_File* pFile, DWORD dwBufferSize);
+  C_KArcWriter(HANDLE hFile, DWORD dwBufferSize);
   ~C_KArcWriter() = default;
   C_KArcWriter(const C_KArcWriter&) = delete;
   C_KArcWriter& operator=(const C_KArcWriter&) = delete;
@@ -72,7 +73,7 @@ class C_KArcWriter {
  private:
   void Z_Write(const void* pData, DWORD dwSize, const char* pszContext);
 
-  I_File* m_pFile;
+  HANDLE m_hFile;
   std::vector<BYTE> m_vBuffer;
   DWORD m_dwUsed = 0;
   std::string m_sContext;

@@ -3,6 +3,7 @@
 // the one before it does not build, and the extended classes build on the newest revision.
 #pragma once
 
+#include <ostream>
 #include <vector>
 
 #include "frame/exception.h"
@@ -56,8 +57,8 @@ class I_KOfdELFX : public virtual I_KOfdELF4 {};
 class I_KOfdELFX2 : public virtual I_KOfdELFX {
  public:
   // Appends the whole-file dump (file header, program headers, section headers, symbols) to
-  // the named file. E_FAIL, writing nothing, when the file cannot be opened; E_POINTER when
-  // no file header has been read.
+  // the named file, which is replaced whole. E_FAIL, changing nothing, when it cannot be written
+  // (the failure recorded as the last error); E_POINTER when no file header has been read.
   virtual HRESULT DumpFile(const char* pszFileName) = 0;
 };
 
@@ -178,6 +179,8 @@ class C_KOfdELFX2 : public virtual I_KOfdELFX2, public C_KOfdELFX {
   HRESULT DumpFile(const char* pszFileName) override;
 
  private:
+  void Z_DumpWholeFile(std::ostream& file, const KEL_EHDR& header);
+
   C_Messenger m_Messenger;
 };
 

@@ -14,7 +14,10 @@ namespace platform {
 // keeps the token, so that a handle closed on an I/O failure stays safe to close again later.
 
 // Opens with Win32 access rights and creation disposition (KOFD_GENERIC_*, KOFD_CREATE_*...),
-// sharing the file for reading only. Returns null on failure; the system error is kept.
+// sharing the file for reading only. Returns null on failure; the system error is kept. Only an
+// ordinary file of at most 0xFFFFFFFF bytes opens: a FIFO, socket or device is refused before any
+// read could block (kErrorNotOrdinaryFile), a larger file because 32-bit offsets cannot address
+// it (kErrorFileTooLarge).
 HANDLE FileOpen(const char* pszPath, DWORD dwAccess, DWORD dwCreation);
 // Sets the position from the beginning of the file.
 bool FileSeek(HANDLE hFile, std::uint64_t qwOffset);
@@ -34,14 +37,52 @@ struct CalendarDate {
 bool FileWriteDate(HANDLE hFile, CalendarDate* pDate);
 // Size and last-write time (seconds since 1970-01-01 UTC) of a file by path.
 bool PathStatus(const char* pszPath, std::uint64_t* pqwSize, std::int64_t* pllWriteTime);
+// True when anything, even a symbolic link to nothing, has that name.
+bool PathTaken(const char* pszPath);
 bool PathRemove(const char* pszPath);
-// Renames over an existing file, in one step where the system allows it.
-bool PathReplace(const char* pszFrom, const char* pszTo);
 // Looks for pszName in pszDirectory, or on the system's default search path when
 // pszDirectory is null. On success the full path is written to pszOut (cchOut characters).
 bool PathSearch(const char* pszDirectory, const char* pszName, char* pszOut, DWORD cchOut);
 
+// ---- Replacing output ----------------------------------------------------------------------
+// Every file the library or the tool writes is written to a temporary file created exclusively,
+// under an unpredictable name, beside the file it replaces, and renamed over it once complete and
+// on disk: a failure or a kill leaves the old file or the new one, never a mix. A target that is
+// a symbolic link is followed: the file it names is replaced and the link stays a link. The
+// existing target is locked (advisory) from ReplaceBegin to the end, so that a read-modify-write
+// done in between never loses a concurrent one; a replaced file keeps its mode, owner and group
+// where the process may set them, a new file gets the mode a new file gets.
+enum ReplaceFlags : unsigned {
+  kReplaceNew = 1u,           // the target must not exist, not even as a dangling link
+  kReplaceKeepContents = 2u,  // the temporary starts as a copy of the target (appending)
+};
+// Where a replacing output failed; the system error says why.
+enum ReplaceFailure { kReplaceDone, kReplaceTarget, kReplaceTemporary, kReplaceWrite, kReplaceRename };
+// The handle writes like any file handle (FileWrite, FileSeek) until ReplaceCommit or
+// ReplaceAbandon frees it. Null on failure, with *pFailure and the system error set.
+HANDLE ReplaceBegin(const char* pszTarget, unsigned uFlags, ReplaceFailure* pFailure);
+// Puts the data on disk, renames the temporary over the target and syncs the directory, then
+// unlocks and frees the handle. On failure the temporary is removed as well.
+ReplaceFailure ReplaceCommit(HANDLE hOutput);
+// Removes the temporary, unlocks and frees the handle, keeping the system error.
+void ReplaceAbandon(HANDLE hOutput);
+
 // ---- Errors and messages -----------------------------------------------------------------
+// The platform layer's own refusals, with texts of their own (bit 29 marks them as Win32 does
+// application error codes).
+constexpr DWORD kErrorNotOrdinaryFile = 0x20000001;
+constexpr DWORD kErrorFileTooLarge = 0x20000002;
+constexpr DWORD kErrorDanglingLink = 0x20000003;
+// The text of one of those, or null.
+inline const char* OwnErrorText(DWORD dwError) {
+  switch (dwError) {
+    case kErrorNotOrdinaryFile: return "not an ordinary file (a FIFO, socket or device is not read)";
+    case kErrorFileTooLarge: return "larger than 4 GiB, which 32-bit offsets cannot address";
+    case kErrorDanglingLink: return "a symbolic link to a file that does not exist";
+    default: return nullptr;
+  }
+}
+
 DWORD LastSystemError();
 void SetLastSystemError(DWORD dwError);
 // Makes the last error say that the file ended before the bytes asked for.

@@ -2,9 +2,10 @@
 // whole-file dump of the extended revision to a file of its own.
 #include "present/object_dumps.h"
 
-#include <fstream>
 #include <iostream>
 
+#include "frame/replacing_file.h"
+#include "platform/platform.h"
 #include "present/record_writers.h"
 #include "sections/symbol_table.h"
 
@@ -60,11 +61,24 @@ HRESULT C_KOfdELFX2::DumpFile(const char* pszFileName) {
   KEL_EHDR* pRecord = nullptr;
   GetFileHeader(&pHeader);
   if (!pszFileName || pHeader->GetRecord(&pRecord) != S_OK || !pRecord) return E_POINTER;
-  std::ofstream file(pszFileName, std::ios::out | std::ios::app);
-  if (!file.is_open()) return E_FAIL;
+  // The dump is appended to what the file holds, and the whole replaces it at once.
+  try {
+    C_ReplacingFile output(pszFileName, platform::kReplaceKeepContents);
+    C_ReplacingStreamBuf buffer(output);
+    std::ostream file(&buffer);
+    Z_DumpWholeFile(file, *pRecord);
+    buffer.Drain();
+    output.Commit();
+  } catch (const C_Exception& error) {
+    SetCodeAndMessage(error.Code(), error.Message().c_str());
+    return E_FAIL;
+  }
+  return S_OK;
+}
 
+void C_KOfdELFX2::Z_DumpWholeFile(std::ostream& file, const KEL_EHDR& header) {
   file << "\n---------------- ELF Header Information -----------------\n";
-  WriteFileHeaderBlock(file, *pRecord);
+  WriteFileHeaderBlock(file, header);
   EndLine(file);
 
   I_KElfProgramHeader* pPrograms = nullptr;
@@ -105,7 +119,4 @@ HRESULT C_KOfdELFX2::DumpFile(const char* pszFileName) {
     }
   }
   EndLine(file);
-  // A failed close only sets the stream's state.
-  file.close();
-  return S_OK;
 }

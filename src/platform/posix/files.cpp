@@ -10,16 +10,10 @@
 #include <new>
 #include <string>
 
-#include "platform/platform.h"
+#include "platform/posix/file_token.h"
 
 namespace platform {
 namespace {
-
-struct FileToken {
-  int fd;
-};
-
-FileToken* Token(HANDLE hFile) { return static_cast<FileToken*>(hFile); }
 
 int OpenFlags(DWORD dwAccess, DWORD dwCreation) {
   int flags = O_CLOEXEC;
@@ -39,18 +33,34 @@ int OpenFlags(DWORD dwAccess, DWORD dwCreation) {
 
 }  // namespace
 
+bool CheckOrdinaryFile(int fd) {
+  struct stat st;
+  if (::fstat(fd, &st) != 0) return false;
+  if (S_ISDIR(st.st_mode)) {
+    errno = EISDIR;
+  } else if (!S_ISREG(st.st_mode)) {
+    errno = static_cast<int>(kErrorNotOrdinaryFile);
+  } else if (static_cast<std::uint64_t>(st.st_size) > 0xFFFFFFFFu) {
+    errno = static_cast<int>(kErrorFileTooLarge);
+  } else {
+    return true;
+  }
+  return false;
+}
+
 HANDLE FileOpen(const char* pszPath, DWORD dwAccess, DWORD dwCreation) {
   const int flags = OpenFlags(dwAccess, dwCreation);
   if (!pszPath || flags < 0) {
     errno = EINVAL;
     return nullptr;
   }
-  const int fd = ::open(pszPath, flags, 0666);
+  // Without O_NONBLOCK the open of a FIFO waits for a writer; the check comes first.
+  const int fd = ::open(pszPath, flags | O_NONBLOCK, 0666);
   if (fd < 0) return nullptr;
-  struct stat st;
-  if (::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+  if (!CheckOrdinaryFile(fd) || ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) {
+    const int saved = errno;
     ::close(fd);
-    errno = EISDIR;
+    errno = saved;
     return nullptr;
   }
   FileToken* token = new (std::nothrow) FileToken{fd};
@@ -180,8 +190,9 @@ bool PathStatus(const char* pszPath, std::uint64_t* pqwSize, std::int64_t* pllWr
 
 bool PathRemove(const char* pszPath) { return pszPath && ::unlink(pszPath) == 0; }
 
-bool PathReplace(const char* pszFrom, const char* pszTo) {
-  return pszFrom && pszTo && ::rename(pszFrom, pszTo) == 0;
+bool PathTaken(const char* pszPath) {
+  struct stat st;
+  return pszPath && ::lstat(pszPath, &st) == 0;
 }
 
 bool PathSearch(const char* pszDirectory, const char* pszName, char* pszOut, DWORD cchOut) {

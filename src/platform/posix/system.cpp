@@ -22,6 +22,10 @@ void SetLastSystemError(DWORD dwError) { errno = static_cast<int>(dwError); }
 void SetEndOfFileError() { errno = ENODATA; }
 
 bool SystemErrorMessage(DWORD dwError, std::string* psText) {
+  if (const char* pszOwn = OwnErrorText(dwError)) {
+    *psText = pszOwn;
+    return true;
+  }
   char buffer[256] = {0};
   // The GNU variant returns the text, which may or may not be the buffer.
   const char* text = ::strerror_r(static_cast<int>(dwError), buffer, sizeof buffer);

@@ -4,16 +4,10 @@
 #include <new>
 #include <string>
 
-#include "platform/platform.h"
+#include "platform/win32/file_token.h"
 
 namespace platform {
 namespace {
-
-struct FileToken {
-  ::HANDLE hOs;
-};
-
-FileToken* Token(HANDLE hFile) { return static_cast<FileToken*>(hFile); }
 
 bool Usable(FileToken* token) {
   if (token && token->hOs != INVALID_HANDLE_VALUE) return true;
@@ -35,6 +29,20 @@ HANDLE FileOpen(const char* pszPath, DWORD dwAccess, DWORD dwCreation) {
   ::HANDLE hOs = ::CreateFileA(pszPath, dwAccess, FILE_SHARE_READ, nullptr, dwCreation,
                                FILE_ATTRIBUTE_NORMAL, nullptr);
   if (hOs == INVALID_HANDLE_VALUE) return nullptr;
+  LARGE_INTEGER size;
+  DWORD dwRefusal = ERROR_SUCCESS;
+  if (::GetFileType(hOs) != FILE_TYPE_DISK) {
+    dwRefusal = kErrorNotOrdinaryFile;
+  } else if (!::GetFileSizeEx(hOs, &size)) {
+    dwRefusal = ::GetLastError();
+  } else if (static_cast<std::uint64_t>(size.QuadPart) > 0xFFFFFFFFu) {
+    dwRefusal = kErrorFileTooLarge;
+  }
+  if (dwRefusal != ERROR_SUCCESS) {
+    ::CloseHandle(hOs);
+    ::SetLastError(dwRefusal);
+    return nullptr;
+  }
   FileToken* token = new (std::nothrow) FileToken{hOs};
   if (!token) {
     ::CloseHandle(hOs);
@@ -119,9 +127,7 @@ bool PathStatus(const char* pszPath, std::uint64_t* pqwSize, std::int64_t* pllWr
 
 bool PathRemove(const char* pszPath) { return ::DeleteFileA(pszPath) != 0; }
 
-bool PathReplace(const char* pszFrom, const char* pszTo) {
-  return ::MoveFileExA(pszFrom, pszTo, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
-}
+bool PathTaken(const char* pszPath) { return ::GetFileAttributesA(pszPath) != INVALID_FILE_ATTRIBUTES; }
 
 bool PathSearch(const char* pszDirectory, const char* pszName, char* pszOut, DWORD cchOut) {
   char* pszFilePart = nullptr;

@@ -21,6 +21,10 @@ void SetLastSystemError(DWORD dwError) { ::SetLastError(dwError); }
 void SetEndOfFileError() { ::SetLastError(ERROR_HANDLE_EOF); }
 
 bool SystemErrorMessage(DWORD dwError, std::string* psText) {
+  if (const char* pszOwn = OwnErrorText(dwError)) {
+    *psText = pszOwn;
+    return true;
+  }
   char* pszBuffer = nullptr;
   const DWORD length = ::FormatMessageA(
       FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
