@@ -30,7 +30,7 @@ class C_KArcReadWindow {
   DWORD m_dwWindowUsed = 0;
 };
 
-// ReadFileRegion (sections/section.h) reads the larger blocks: linker, name and object data.
+// ReadFileRegion (frame/byte_view.h) reads the larger blocks: linker, name and object data.
 
 // What the object members of one archive file may take of it in all, bytes and objects alike:
 // the file's size, so that members whose bytes overlap cannot make us hold it many times over.
@@ -80,10 +80,6 @@ class C_KArcWriter {
 };
 
 // 32-bit little-endian words, as the linker member stores them.
-inline DWORD LoadWord(const BYTE* p) {
-  return static_cast<DWORD>(p[0]) | static_cast<DWORD>(p[1]) << 8 | static_cast<DWORD>(p[2]) << 16 |
-         static_cast<DWORD>(p[3]) << 24;
-}
 inline void StoreWord(BYTE* p, DWORD dwValue) {
   p[0] = static_cast<BYTE>(dwValue);
   p[1] = static_cast<BYTE>(dwValue >> 8);

@@ -1,12 +1,10 @@
 #include "archive/link_member.h"
 
 #include <cstring>
-#include <memory>
 
 #include "archive/archive.h"
 #include "frame/error.h"
 #include "platform/platform.h"
-#include "sections/section.h"
 
 namespace {
 
@@ -20,13 +18,13 @@ constexpr char kListsContext[] = "When write member offsets or global symbols";
 }
 
 // The count word at dwAt followed by that many words; false when the data cannot hold them.
-bool ReadWords(const BYTE* pData, DWORD dwSize, DWORD* pdwAt, std::vector<DWORD>* pvWords) {
-  if (dwSize - *pdwAt < 4) return false;
-  const DWORD dwCount = LoadWord(pData + *pdwAt);
+bool ReadWords(const C_ByteView& data, DWORD* pdwAt, std::vector<DWORD>* pvWords) {
+  DWORD dwCount = 0;
+  if (!data.Read(*pdwAt, &dwCount)) return false;
   *pdwAt += 4;
-  if (dwCount > (dwSize - *pdwAt) / 4) return false;
+  if (!data.HoldsEntries(*pdwAt, dwCount, 4)) return false;
   pvWords->resize(dwCount);
-  for (DWORD i = 0; i < dwCount; ++i) (*pvWords)[i] = LoadWord(pData + *pdwAt + 4 * i);
+  for (DWORD i = 0; i < dwCount; ++i) data.Read(*pdwAt + 4 * i, &(*pvWords)[i]);
   *pdwAt += 4 * dwCount;
   return true;
 }
@@ -48,34 +46,32 @@ HRESULT C_KArcLinkMember::Read(I_File* pFile, DWORD dwOffset) {
 
 HRESULT C_KArcLinkMember::Read(C_KArcReadWindow& window, DWORD dwOffset) {
   m_bValid = false;
-  const std::unique_ptr<BYTE[]> pData = m_Header.ReadWithData(window, dwOffset);
-  Z_Parse(pData.get(), GetSize());
+  const C_Block data = m_Header.ReadWithData(window, dwOffset);
+  Z_Parse(data.View());
   m_bValid = true;
   return S_OK;
 }
 
-void C_KArcLinkMember::Z_Parse(const BYTE* pData, DWORD dwSize) {
+void C_KArcLinkMember::Z_Parse(const C_ByteView& data) {
   m_vOffsets.clear();
   m_vMemberIndices.clear();
   m_sNameBytes.clear();
   m_vNameAt.clear();
   m_bIndexed = false;
-  if (dwSize < 4) ThrowShortData();
-  m_dwVersion = LoadWord(pData);
+  if (!data.Read(0, &m_dwVersion)) ThrowShortData();
   DWORD dwAt = 4;
-  if (!ReadWords(pData, dwSize, &dwAt, &m_vOffsets) || !ReadWords(pData, dwSize, &dwAt, &m_vMemberIndices)) {
-    ThrowShortData();
-  }
+  if (!ReadWords(data, &dwAt, &m_vOffsets) || !ReadWords(data, &dwAt, &m_vMemberIndices)) ThrowShortData();
   // The names fill the rest; the last one may lack its NUL, and is then taken to the end.
-  m_sNameBytes.assign(reinterpret_cast<const char*>(pData) + dwAt, dwSize - dwAt);
-  for (DWORD dwName = 0; dwName < m_sNameBytes.size();) {
+  const C_ByteView names = data.Rest(dwAt);
+  m_sNameBytes.assign(reinterpret_cast<const char*>(names.Data()), names.Size());
+  for (DWORD dwName = 0; dwName < names.Size();) {
     m_vNameAt.push_back(dwName);
-    const void* pNul = memchr(m_sNameBytes.data() + dwName, 0, m_sNameBytes.size() - dwName);
-    if (!pNul) {
+    const char* pszName = names.CString(dwName);
+    if (!pszName) {
       m_sNameBytes.push_back('\0');
       break;
     }
-    dwName = static_cast<DWORD>(static_cast<const char*>(pNul) - m_sNameBytes.data()) + 1;
+    dwName += static_cast<DWORD>(strlen(pszName)) + 1;
   }
 }
 

@@ -81,7 +81,7 @@ class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
   void Z_MergeOffsets(const std::vector<DWORD>& vMemberOf, DWORD dwMembers);
   void Z_AppendName(const char* pszName, std::size_t nLength);
   void Z_EraseName(DWORD dwIndex);
-  void Z_Parse(const BYTE* pData, DWORD dwSize);
+  void Z_Parse(const C_ByteView& data);
   // Builds the name index if it is not there.
   void Z_Index();
   // Places name dwIndex in the index unless a name equal to it is there (the first one stays).

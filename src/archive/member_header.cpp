@@ -8,7 +8,6 @@
 #include "frame/error.h"
 #include "frame/fileio.h"
 #include "platform/platform.h"
-#include "sections/section.h"
 
 namespace {
 
@@ -101,11 +100,11 @@ HRESULT C_KArcMemberHeader::Read(C_KArcReadWindow& window, DWORD dwOffset) {
   return Z_Take(bytes);
 }
 
-std::unique_ptr<BYTE[]> C_KArcMemberHeader::ReadWithData(C_KArcReadWindow& window, DWORD dwOffset) {
+C_Block C_KArcMemberHeader::ReadWithData(C_KArcReadWindow& window, DWORD dwOffset) {
   Read(window, dwOffset);
-  std::unique_ptr<BYTE[]> pData(ReadFileRegion(window.File(), dwOffset, kArcMemberHeaderSize, GetSize()));
-  if (!pData) ThrowLibraryError(true, KE_READ_FAILED, kReadContext);
-  return pData;
+  C_Block data = ReadFileRegion(window.File(), dwOffset, kArcMemberHeaderSize, GetSize());
+  if (data.IsEmpty()) ThrowLibraryError(true, KE_READ_FAILED, kReadContext);
+  return data;
 }
 
 HRESULT C_KArcMemberHeader::Write(C_KArcWriter& writer, const char* pszContext) {

@@ -17,6 +17,7 @@
 #include <memory>
 
 #include "archive/archive_io.h"
+#include "frame/byte_view.h"
 #include "frame/exception.h"
 #include "frame/file.h"
 #include "present/dump.h"
@@ -63,7 +64,7 @@ class C_KArcMemberHeader : public virtual I_KArcMemberHeader, public virtual C_E
 
   // Reads the header at dwOffset, then the Size bytes behind it into a new zero-padded block;
   // 1016 "When read linker member" when the file does not hold them all.
-  std::unique_ptr<BYTE[]> ReadWithData(C_KArcReadWindow& window, DWORD dwOffset);
+  C_Block ReadWithData(C_KArcReadWindow& window, DWORD dwOffset);
 
  private:
   HRESULT Z_Take(const BYTE* pBytes);

@@ -1,7 +1,6 @@
 #include "archive/name_member.h"
 
 #include <cstring>
-#include <memory>
 
 #include "frame/error.h"
 
@@ -12,8 +11,8 @@ HRESULT C_KArcNameMember::Read(I_File* pFile, DWORD dwOffset) {
 
 HRESULT C_KArcNameMember::Read(C_KArcReadWindow& window, DWORD dwOffset) {
   m_bValid = false;
-  const std::unique_ptr<BYTE[]> pData = m_Header.ReadWithData(window, dwOffset);
-  m_sBuffer.append(reinterpret_cast<const char*>(pData.get()), GetSize());
+  const C_Block data = m_Header.ReadWithData(window, dwOffset);
+  m_sBuffer.append(reinterpret_cast<const char*>(data.Data()), data.Size());
   m_bValid = true;
   return S_OK;
 }

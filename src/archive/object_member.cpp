@@ -30,7 +30,7 @@ HRESULT C_KArcObjectMember::Write(I_File* pFile) {
 
 HRESULT C_KArcObjectMember::Write(C_KArcWriter& writer) {
   m_Header.Write(writer, "While writing object member");
-  if (m_pData) writer.Put(m_pData.get(), GetSize(), "While writing object member");
+  if (!m_Data.IsEmpty()) writer.Put(m_Data.Data(), GetSize(), "While writing object member");
   return S_OK;
 }
 
@@ -55,7 +55,7 @@ void C_KArcObjectMember::Z_Charge() {
 }
 
 void C_KArcObjectMember::Load(C_KArcReadWindow* pWindow) {
-  if (m_pData) return;
+  if (!m_Data.IsEmpty()) return;
   const DWORD dwSize = GetSize();
   const ContextText context = ReadContext();
   // A window over another file is no use: the bytes are then read from their own file.
@@ -70,15 +70,15 @@ void C_KArcObjectMember::Load(C_KArcReadWindow* pWindow) {
   // Nothing is allocated for bytes the file does not hold.
   if (!pReader->Holds(m_qwDataAt, dwSize)) ThrowLibraryError(true, KE_READ_FAILED, context.text);
   Z_Charge();
-  std::unique_ptr<BYTE[]> pData(new BYTE[dwSize ? dwSize : 1]);
-  if (!pReader->ReadAt(m_qwDataAt, pData.get(), dwSize)) ThrowLibraryError(true, KE_READ_FAILED, context.text);
-  m_pData = std::move(pData);
+  C_Block data(dwSize);
+  if (!pReader->ReadAt(m_qwDataAt, data.Data(), dwSize)) ThrowLibraryError(true, KE_READ_FAILED, context.text);
+  m_Data = std::move(data);
 }
 
 HRESULT C_KArcObjectMember::GetData(const BYTE** ppData, DWORD* pdwSize) {
   if (!ppData || !pdwSize) return E_POINTER;
   Load(nullptr);
-  *ppData = m_pData.get();
+  *ppData = m_Data.Data();
   *pdwSize = GetSize();
   return S_OK;
 }

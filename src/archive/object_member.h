@@ -53,7 +53,7 @@ class C_KArcObjectMember : public virtual I_KArcObjectMember, public C_KArcMembe
   HRESULT Write(C_KArcWriter& writer);
   // Loads the bytes, through window when it reads the file that holds them.
   void Load(C_KArcReadWindow* pWindow);
-  bool IsLoaded() const { return m_pData != nullptr; }
+  bool IsLoaded() const { return !m_Data.IsEmpty(); }
 
   // Where the bytes come from: a file and the position of the first byte in it.
   void SetSource(const char* pszPath, std::uint64_t qwDataAt);
@@ -87,6 +87,6 @@ class C_KArcObjectMember : public virtual I_KArcObjectMember, public C_KArcMembe
   DWORD m_dwNameAt = 0;
   std::string m_sSource;
   std::uint64_t m_qwDataAt = 0;
-  std::unique_ptr<BYTE[]> m_pData;
+  C_Block m_Data;
   std::unique_ptr<C_KOfdELF4, DocumentDeleter> m_pDocument;
 };

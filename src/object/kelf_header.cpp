@@ -1,5 +1,6 @@
 #include "object/kelf_header.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "frame/error.h"
@@ -10,10 +11,16 @@ namespace {
 
 constexpr BYTE kDataBigEndian = 2;
 constexpr DWORD kProgramTypeLoad = 1;
+constexpr DWORD kIdentMagic0 = 0;
+constexpr DWORD kIdentMagic1 = 1;
+constexpr DWORD kIdentData = 5;
 
-WORD Swap16(WORD w) { return static_cast<WORD>((w >> 8) | (w << 8)); }
-DWORD Swap32(DWORD dw) {
-  return (dw >> 24) | ((dw >> 8) & 0xFF00u) | ((dw << 8) & 0xFF0000u) | (dw << 24);
+// The field at nOffset of a record the view holds whole.
+template <class T>
+T Field(const C_ByteView& view, std::size_t nOffset) {
+  T value = 0;
+  view.Read(static_cast<DWORD>(nOffset), &value);
+  return value;
 }
 
 }  // namespace
@@ -23,24 +30,28 @@ DWORD Swap32(DWORD dw) {
 HRESULT C_KElfSignature::Read(I_File* pFile, DWORD dwBase) {
   Clear();
   return GuardAllocation(*this, [&] {
-    BYTE* pIdent = ReadFileRegion(pFile, dwBase, 0, kSignatureSize);
-    if (!pIdent) ThrowLibraryError(true, KE_READ_FAILED, "When read signature");
-    m_pIdent.reset(pIdent);
+    m_Ident = ReadFileRegion(pFile, dwBase, 0, kSignatureSize);
+    if (m_Ident.IsEmpty()) ThrowLibraryError(true, KE_READ_FAILED, "When read signature");
     return S_OK;
   });
 }
 
 HRESULT C_KElfSignature::Clear() {
-  m_pIdent.reset();
+  m_Ident.Reset();
   return S_OK;
 }
 
 // Bytes 2 and 3 are left to the factory's probe, so a damaged "ELF" still opens as an object.
 bool C_KElfSignature::IsInvalidSignature() {
-  return !m_pIdent || m_pIdent[0] != 0x7F || m_pIdent[1] != 'E';
+  const C_ByteView view = m_Ident.View();
+  return !view.Holds(0, kSignatureSize) || Field<BYTE>(view, kIdentMagic0) != 0x7F ||
+         Field<BYTE>(view, kIdentMagic1) != 'E';
 }
 
-bool C_KElfSignature::IsNotBigEndian() { return !m_pIdent || m_pIdent[5] != kDataBigEndian; }
+bool C_KElfSignature::IsNotBigEndian() {
+  const C_ByteView view = m_Ident.View();
+  return !view.Holds(0, kSignatureSize) || Field<BYTE>(view, kIdentData) != kDataBigEndian;
+}
 
 // ---- File header -------------------------------------------------------------------------
 
@@ -51,14 +62,14 @@ HRESULT C_KElfHeader::Read(I_File* pFile, DWORD dwBase) {
   }
   if (m_Signature.IsInvalidSignature()) ThrowLibraryError(false, KE_NOT_OBJECT_FILE, "Invalid Signature");
   const HRESULT hr = GuardAllocation(*this, [&] {
-    std::unique_ptr<BYTE[]> block(ReadFileRegion(pFile, dwBase, 0, kFileHeaderSize));
-    if (!block) ThrowLibraryError(true, KE_READ_FAILED, "When read file header");
+    const C_Block block = ReadFileRegion(pFile, dwBase, 0, kFileHeaderSize);
+    if (block.IsEmpty()) ThrowLibraryError(true, KE_READ_FAILED, "When read file header");
     m_pRecord.reset(new KEL_EHDR);
-    memcpy(m_pRecord.get(), block.get(), kFileHeaderSize);
+    memcpy(m_pRecord.get(), block.Data(), kFileHeaderSize);
+    Z_TakeFields(block.View(!m_Signature.IsNotBigEndian()));
     return S_OK;
   });
   if (hr != S_OK) return hr;
-  if (!m_Signature.IsNotBigEndian()) Z_ConvertFromBigEndian();
   if (m_pRecord->e_version > kMaxFormatVersion) Z_Reject("Invalid format version");
   if (m_pRecord->e_ehsize != kFileHeaderSize) Z_Reject("Invalid header size");
   if (m_pRecord->e_shentsize != kSectionHeaderSize) Z_Reject("Invalid section header entry size");
@@ -70,21 +81,21 @@ void C_KElfHeader::Z_Reject(const char* pszWhy) {
   ThrowLibraryError(false, KE_CORRUPT_FILE, pszWhy);
 }
 
-void C_KElfHeader::Z_ConvertFromBigEndian() {
+void C_KElfHeader::Z_TakeFields(const C_ByteView& view) {
   KEL_EHDR& header = *m_pRecord;
-  header.e_type = Swap16(header.e_type);
-  header.e_chip = Swap32(header.e_chip);
-  header.e_version = Swap32(header.e_version);
-  header.e_entry = Swap32(header.e_entry);
-  header.e_phoff = Swap32(header.e_phoff);
-  header.e_shoff = Swap32(header.e_shoff);
-  header.e_flags = Swap32(header.e_flags);
-  header.e_ehsize = Swap16(header.e_ehsize);
-  header.e_phentsize = Swap16(header.e_phentsize);
-  header.e_phnum = Swap16(header.e_phnum);
-  header.e_shentsize = Swap16(header.e_shentsize);
-  header.e_shnum = Swap16(header.e_shnum);
-  header.e_shstrndx = Swap16(header.e_shstrndx);
+  header.e_type = Field<WORD>(view, offsetof(KEL_EHDR, e_type));
+  header.e_chip = Field<DWORD>(view, offsetof(KEL_EHDR, e_chip));
+  header.e_version = Field<DWORD>(view, offsetof(KEL_EHDR, e_version));
+  header.e_entry = Field<DWORD>(view, offsetof(KEL_EHDR, e_entry));
+  header.e_phoff = Field<DWORD>(view, offsetof(KEL_EHDR, e_phoff));
+  header.e_shoff = Field<DWORD>(view, offsetof(KEL_EHDR, e_shoff));
+  header.e_flags = Field<DWORD>(view, offsetof(KEL_EHDR, e_flags));
+  header.e_ehsize = Field<WORD>(view, offsetof(KEL_EHDR, e_ehsize));
+  header.e_phentsize = Field<WORD>(view, offsetof(KEL_EHDR, e_phentsize));
+  header.e_phnum = Field<WORD>(view, offsetof(KEL_EHDR, e_phnum));
+  header.e_shentsize = Field<WORD>(view, offsetof(KEL_EHDR, e_shentsize));
+  header.e_shnum = Field<WORD>(view, offsetof(KEL_EHDR, e_shnum));
+  header.e_shstrndx = Field<WORD>(view, offsetof(KEL_EHDR, e_shstrndx));
 }
 
 HRESULT C_KElfHeader::Clear() {
@@ -108,12 +119,12 @@ HRESULT C_KElfHeader::GetRecord(KEL_EHDR** ppRecord) {
 
 template <class T, class Interface>
 HRESULT C_KElfRecordTable<T, Interface>::Y_ReadRecords(I_File* pFile, DWORD dwBase, const char* pszContext) {
-  m_pData.reset();
+  m_Block.Reset();
   if (m_dwCount == 0) return S_OK;
   return GuardAllocation(*this, [&] {
     // At most 65535 records, so the size cannot overflow; the file must hold all of them.
-    m_pData.reset(ReadFileRegion(pFile, dwBase, m_dwOffset, m_dwCount * static_cast<DWORD>(sizeof(T))));
-    if (!m_pData) ThrowLibraryError(true, KE_READ_FAILED, pszContext);
+    m_Block = ReadFileRegion(pFile, dwBase, m_dwOffset, m_dwCount * static_cast<DWORD>(sizeof(T)));
+    if (m_Block.IsEmpty()) ThrowLibraryError(true, KE_READ_FAILED, pszContext);
     return S_OK;
   });
 }
@@ -121,12 +132,12 @@ HRESULT C_KElfRecordTable<T, Interface>::Y_ReadRecords(I_File* pFile, DWORD dwBa
 // ---- Program headers ---------------------------------------------------------------------
 
 HRESULT C_KElfProgramHeader::Read(I_File* pFile, DWORD dwBase) {
-  m_pSegments.reset();
+  m_vSegments.clear();
   return Y_ReadRecords(pFile, dwBase, "When read program header");
 }
 
 HRESULT C_KElfProgramHeader::Clear() {
-  m_pSegments.reset();
+  m_vSegments.clear();
   Y_Free();
   return S_OK;
 }
@@ -144,12 +155,11 @@ HRESULT C_KElfProgramHeader::GetLoadableMemorySize(DWORD* pdwSize) {
 HRESULT C_KElfProgramHeader::ReadSegment(I_File* pFile, DWORD dwBase, DWORD dwIndex) {
   if (dwIndex >= Held()) return RecordOutOfRange(*this);
   return GuardAllocation(*this, [&] {
-    if (!m_pSegments) m_pSegments.reset(new Segment[Held()]);
+    if (m_vSegments.empty()) m_vSegments.resize(Held());
     const KEL_PHDR& header = *Record(dwIndex);
-    Segment& segment = m_pSegments[dwIndex];
-    segment.pData.reset(ReadFileRegion(pFile, dwBase, header.p_offset, header.p_filesz));
-    segment.dwSize = segment.pData ? header.p_filesz : 0;
-    if (!segment.pData) ThrowLibraryError(true, KE_READ_FAILED, "When read segment");
+    C_Block& segment = m_vSegments[dwIndex];
+    segment = ReadFileRegion(pFile, dwBase, header.p_offset, header.p_filesz);
+    if (segment.IsEmpty()) ThrowLibraryError(true, KE_READ_FAILED, "When read segment");
     return S_OK;
   });
 }
@@ -157,9 +167,9 @@ HRESULT C_KElfProgramHeader::ReadSegment(I_File* pFile, DWORD dwBase, DWORD dwIn
 HRESULT C_KElfProgramHeader::GetSegment(DWORD dwIndex, const BYTE** ppData, DWORD* pdwSize) {
   if (!ppData) return E_POINTER;
   if (dwIndex >= Held()) return RecordOutOfRange(*this);
-  const Segment* pSegment = m_pSegments ? &m_pSegments[dwIndex] : nullptr;
-  *ppData = pSegment ? pSegment->pData.get() : nullptr;
-  if (pdwSize) *pdwSize = pSegment ? pSegment->dwSize : 0;
+  const C_Block* pSegment = m_vSegments.empty() ? nullptr : &m_vSegments[dwIndex];
+  *ppData = pSegment ? pSegment->Data() : nullptr;
+  if (pdwSize) *pdwSize = pSegment ? pSegment->Size() : 0;
   return S_OK;
 }
 

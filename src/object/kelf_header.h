@@ -11,7 +11,9 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
+#include "frame/byte_view.h"
 #include "frame/error.h"
 #include "frame/exception.h"
 #include "frame/file.h"
@@ -85,17 +87,17 @@ class C_KElfSignature : public virtual I_KElfSignature, public virtual C_Excepti
   C_KElfSignature& operator=(const C_KElfSignature&) = delete;
 
   HRESULT Read(I_File* pFile, DWORD dwBase) override;
-  bool IsEmpty() override { return !m_pIdent; }
+  bool IsEmpty() override { return m_Ident.IsEmpty(); }
   HRESULT Clear() override;
   HRESULT Write(I_File*) override { return E_FAIL; }
   bool IsInvalidSignature() override;
   bool IsNotBigEndian() override;
 
   // The 16 identification bytes, or null.
-  const BYTE* GetBytes() const { return m_pIdent.get(); }
+  const BYTE* GetBytes() const { return m_Ident.Data(); }
 
  private:
-  std::unique_ptr<BYTE[]> m_pIdent;
+  C_Block m_Ident;
 };
 
 // The header classes dump as listings to std::cout; DumpHead and DumpRecord stay E_FAIL.
@@ -129,8 +131,9 @@ class C_KElfHeader : public virtual I_KElfHeader, public virtual C_Exception, pu
   const KEL_EHDR* Record() const { return m_pRecord.get(); }
 
  private:
-  // Byte-reverses every converted field; Reserved and the identification stay as read.
-  void Z_ConvertFromBigEndian();
+  // Takes every field but Reserved and the identification, which stay as read, in the byte
+  // order of the view.
+  void Z_TakeFields(const C_ByteView& view);
   [[noreturn]] void Z_Reject(const char* pszWhy);
 
   C_KElfSignature m_Signature;
@@ -146,7 +149,7 @@ class C_KElfRecordTable : public virtual Interface, public virtual C_Exception, 
   C_KElfRecordTable(const C_KElfRecordTable&) = delete;
   C_KElfRecordTable& operator=(const C_KElfRecordTable&) = delete;
 
-  bool IsEmpty() override { return !m_pData; }
+  bool IsEmpty() override { return m_Block.IsEmpty(); }
   HRESULT Write(I_File*) override { return E_FAIL; }
   HRESULT GetCount(DWORD* pdwCount) override {
     if (!pdwCount) return E_POINTER;
@@ -167,19 +170,19 @@ class C_KElfRecordTable : public virtual Interface, public virtual C_Exception, 
   DWORD Count() const { return m_dwCount; }
   DWORD Offset() const { return m_dwOffset; }
   // The records held (0 until the table has been read).
-  DWORD Held() const { return m_pData ? m_dwCount : 0; }
-  T* Record(DWORD dwIndex) const { return reinterpret_cast<T*>(m_pData.get()) + dwIndex; }
+  DWORD Held() const { return m_Block.IsEmpty() ? 0 : m_dwCount; }
+  T* Record(DWORD dwIndex) const { return reinterpret_cast<T*>(m_Block.Data()) + dwIndex; }
 
  protected:
   // Reads the whole table, or nothing when the count is 0; a table the file cannot supply
   // throws 1016 with pszContext and the system text.
   HRESULT Y_ReadRecords(I_File* pFile, DWORD dwBase, const char* pszContext);
-  void Y_Free() { m_pData.reset(); }
+  void Y_Free() { m_Block.Reset(); }
 
  private:
   DWORD m_dwCount = 0;
   DWORD m_dwOffset = 0;
-  std::unique_ptr<BYTE[]> m_pData;
+  C_Block m_Block;
 };
 
 class C_KElfProgramHeader : public C_KElfRecordTable<KEL_PHDR, I_KElfProgramHeader>, public virtual C_Browse {
@@ -202,11 +205,8 @@ class C_KElfProgramHeader : public C_KElfRecordTable<KEL_PHDR, I_KElfProgramHead
   HRESULT DumpAll() override;
 
  private:
-  struct Segment {
-    std::unique_ptr<BYTE[]> pData;
-    DWORD dwSize = 0;
-  };
-  std::unique_ptr<Segment[]> m_pSegments;
+  // One block per record once a segment has been read; a segment not read is empty.
+  std::vector<C_Block> m_vSegments;
 };
 
 class C_KElfSectionHeader : public C_KElfRecordTable<KEL_SHDR, I_KElfSectionHeader>, public virtual C_Browse {

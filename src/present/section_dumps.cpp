@@ -66,10 +66,7 @@ HRESULT C_KOfdProgramTable::DumpHead() {
 HRESULT C_KOfdProgramTable::DumpRecord(DWORD dwIndex) {
   const std::uint64_t qwOffset = static_cast<std::uint64_t>(dwIndex) * 4;
   if (!Y_GetData() || qwOffset >= Y_GetCount()) return E_FAIL;
-  DWORD dwWord = 0;
-  const std::uint64_t qwLeft = Y_GetCount() - qwOffset;
-  memcpy(&dwWord, Y_GetData() + qwOffset, qwLeft < 4 ? static_cast<std::size_t>(qwLeft) : 4);
-  WriteWord(*this, dwWord);
+  WriteWord(*this, Y_View().ReadZeroExtended<DWORD>(static_cast<DWORD>(qwOffset)));
   return S_OK;
 }
 

@@ -54,8 +54,7 @@ HRESULT C_KOfdProgramTable::ShowRow(DWORD dwRow) {
   std::string sWords;
   for (DWORD dwAt = dwRow * 16; dwAt < dwBytes && dwAt < dwRow * 16 + 16; dwAt += 4) {
     // A last word that the section does not fill is shown with zero bytes.
-    DWORD dwWord = 0;
-    memcpy(&dwWord, Y_GetData() + dwAt, dwBytes - dwAt < 4 ? dwBytes - dwAt : 4);
+    const DWORD dwWord = Y_View().ReadZeroExtended<DWORD>(dwAt);
     char szWord[12];
     snprintf(szWord, sizeof szWord, sWords.empty() ? "%08x" : "  %08x", static_cast<unsigned>(dwWord));
     sWords += szWord;

@@ -20,7 +20,7 @@ HRESULT C_KOfdRelocationLinks::Y_Target(DWORD dwOffset, DWORD nScale, DWORD nWid
   DWORD dwHeld = 0;
   pTarget->GetData(&pData, &dwHeld);
   const std::uint64_t qwEnd = static_cast<std::uint64_t>(dwOffset) * nScale + nWidth;
-  if (!pData || qwEnd > static_cast<std::uint64_t>(dwHeld) + (bInclusive ? kRegionPadding : 0)) return hrRange;
+  if (!pData || qwEnd > static_cast<std::uint64_t>(dwHeld) + (bInclusive ? kBlockPadding : 0)) return hrRange;
   *ppUnit = pData + static_cast<std::size_t>(dwOffset) * nScale;
   return S_OK;
 }

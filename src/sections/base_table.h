@@ -4,7 +4,6 @@
 #pragma once
 
 #include <deque>
-#include <memory>
 #include <stdexcept>
 #include <typeinfo>
 #include <vector>
@@ -65,10 +64,13 @@ class C_BaseTable : public virtual I_BaseTable<T> {
   }
 
  protected:
-  // Appends dwCount packed records that lie in block, where they lie: a table read from a file
+  // Appends the packed records that lie in block, where they lie: a table read from a file
   // keeps the block it was read into instead of copying every record out of it.
-  void Y_AdoptArray(std::unique_ptr<BYTE[]> block, DWORD dwCount) {
-    T* pFirst = reinterpret_cast<T*>(block.get());
+  // The block holds whole records only: a partial one at its end is not taken.
+  void Y_AdoptArray(C_Block block) {
+    static_assert(alignof(T) == 1, "records are packed");
+    const DWORD dwCount = block.Size() / static_cast<DWORD>(sizeof(T));
+    T* pFirst = reinterpret_cast<T*>(block.Data());
     m_vRecords.reserve(m_vRecords.size() + dwCount);
     for (DWORD i = 0; i < dwCount; ++i) m_vRecords.push_back(pFirst + i);
     m_Blocks.push_back(std::move(block));
@@ -81,7 +83,7 @@ class C_BaseTable : public virtual I_BaseTable<T> {
   // Records live in blocks whose addresses never change as records are added, so a record's
   // pointer stays valid for the index and for callers that hold it.
   std::deque<T> m_Store;
-  std::vector<std::unique_ptr<BYTE[]>> m_Blocks;
+  std::vector<C_Block> m_Blocks;
   std::vector<T*> m_vRecords;
 };
 
@@ -116,10 +118,9 @@ class C_KOfdSectionTable : public virtual I_KOfdStorage, public virtual C_KOfdSe
   virtual bool ReadRecords(I_File* pFile, DWORD dwBase, DWORD dwSize, DWORD dwOffset) {
     if (m_bLoaded) return true;
     if (dwSize % sizeof(T) != 0) return false;
-    std::unique_ptr<BYTE[]> buffer(ReadFileRegion(pFile, dwBase, dwOffset, dwSize));
-    if (!buffer) ThrowLibraryError(false, KE_READ_FAILED, FormatContext("When read %s", Z_TypeName().c_str()).text);
-    static_assert(alignof(T) == 1, "records are packed");
-    this->Y_AdoptArray(std::move(buffer), dwSize / static_cast<DWORD>(sizeof(T)));
+    C_Block block = ReadFileRegion(pFile, dwBase, dwOffset, dwSize);
+    if (block.IsEmpty()) ThrowLibraryError(false, KE_READ_FAILED, FormatContext("When read %s", Z_TypeName().c_str()).text);
+    this->Y_AdoptArray(std::move(block));
     m_bLoaded = true;
     return true;
   }

@@ -1,10 +1,6 @@
 #include "sections/section.h"
 
 #include <cstring>
-#include <new>
-
-#include "frame/fileio.h"
-#include "platform/platform.h"
 
 HRESULT C_KOfdSection::SetReference(DWORD dwValue) {
   m_dwReference = dwValue;
@@ -78,30 +74,4 @@ KEL_SHDR& C_KOfdSection::Y_Header() {
   if (m_pHeader) return *m_pHeader;
   m_EmptyHeader = KEL_SHDR{};
   return m_EmptyHeader;
-}
-
-BYTE* ReadFileRegion(I_File* pFile, DWORD dwBase, DWORD dwOffset, DWORD dwSize) {
-  if (!pFile || !pFile->GetHandle()) return nullptr;
-  // Reading nothing cannot fail, wherever the region is said to begin.
-  if (dwSize == 0) return new BYTE[kRegionPadding]();
-  const std::uint64_t qwPosition = static_cast<std::uint64_t>(dwBase) + dwOffset;
-  std::uint64_t qwFileSize = 0;
-  if (!platform::FileSize(pFile->GetHandle(), &qwFileSize)) return nullptr;
-  C_File* pBudget = dynamic_cast<C_File*>(pFile);
-  if (qwPosition > qwFileSize || dwSize > qwFileSize - qwPosition ||
-      (pBudget && !pBudget->TakeFromReadBudget(dwSize))) {
-    platform::SetEndOfFileError();
-    return nullptr;
-  }
-  // Zero padding behind the bytes: a block of size 0 is still a block, and a word that begins
-  // inside the block ends inside it. Whatever a short read leaves is zeroed too.
-  BYTE* pData = new BYTE[static_cast<std::size_t>(dwSize) + kRegionPadding];
-  DWORD dwRead = 0;
-  if (SeekFileTo(pFile->GetHandle(), qwPosition) != S_OK ||
-      ReadFileBlockCounted(pFile->GetHandle(), pData, dwSize, 1, &dwRead) != S_OK) {
-    delete[] pData;
-    return nullptr;
-  }
-  memset(pData + dwRead, 0, static_cast<std::size_t>(dwSize) + kRegionPadding - dwRead);
-  return pData;
 }

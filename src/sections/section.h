@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "frame/byte_view.h"
 #include "frame/exception.h"
 #include "frame/file.h"
 #include "object/kelf_records.h"
@@ -150,9 +151,3 @@ class C_LinkAs {
   To* m_pTo = nullptr;
 };
 
-// Reads dwSize bytes at dwBase + dwOffset of the file into a zero-filled buffer. Refuses, as a
-// failed read, a block the file cannot supply: it never allocates more than the file holds.
-// Returns null on failure; the caller reports it in its own words.
-// The block has kRegionPadding zero bytes behind the bytes read; free it with delete[].
-constexpr DWORD kRegionPadding = 4;
-BYTE* ReadFileRegion(I_File* pFile, DWORD dwBase, DWORD dwOffset, DWORD dwSize);

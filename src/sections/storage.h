@@ -2,9 +2,6 @@
 // 32-bit words) as they are in the file, and the program-data section.
 #pragma once
 
-#include <cstring>
-#include <new>
-
 #include "frame/error.h"
 #include "frame/fileio.h"
 #include "sections/section.h"
@@ -31,7 +28,7 @@ class C_KOfdStorage<BYTE> : public virtual I_KOfdStorage, public virtual C_Excep
 
   // Reads the stored region, relative to dwBase.
   HRESULT Read(I_File* pFile, DWORD dwBase) override { return Read(pFile, dwBase + m_dwOffset, m_dwSize); }
-  bool IsEmpty() override { return m_pData == nullptr; }
+  bool IsEmpty() override { return m_Block.IsEmpty(); }
   HRESULT Clear() override {
     Free();
     m_dwOffset = 0;
@@ -39,7 +36,7 @@ class C_KOfdStorage<BYTE> : public virtual I_KOfdStorage, public virtual C_Excep
     return S_OK;
   }
   HRESULT Write(I_File* pFile) override {
-    if (WriteFileBlock(pFile ? pFile->GetHandle() : nullptr, m_pData, 1, m_dwSize) != S_OK) {
+    if (WriteFileBlock(pFile ? pFile->GetHandle() : nullptr, m_Block.Data(), 1, m_dwSize) != S_OK) {
       ThrowLibraryError(true, KE_WRITE_FAILED, FormatContext("When write %s", "unsigned char").text);
     }
     return S_OK;
@@ -47,12 +44,11 @@ class C_KOfdStorage<BYTE> : public virtual I_KOfdStorage, public virtual C_Excep
 
   // Reads dwSize bytes at dwOffset, unless the contents are already held.
   HRESULT Read(I_File* pFile, DWORD dwOffset, DWORD dwSize) {
-    if (m_pData) return S_OK;
+    if (!m_Block.IsEmpty()) return S_OK;
     m_dwOffset = dwOffset;
     m_dwSize = dwSize;
-    m_pData = ReadFileRegion(pFile, 0, dwOffset, dwSize);
-    if (!m_pData) {
-      Free();
+    m_Block = ReadFileRegion(pFile, 0, dwOffset, dwSize);
+    if (m_Block.IsEmpty()) {
       ThrowLibraryError(true, KE_READ_FAILED, FormatContext("When read %s", "unsigned char").text);
     }
     return S_OK;
@@ -64,44 +60,38 @@ class C_KOfdStorage<BYTE> : public virtual I_KOfdStorage, public virtual C_Excep
   DWORD GetOffset() const { return m_dwOffset; }
   DWORD GetStoredSize() const { return m_dwSize; }
   // No range check beyond the padding: callers stay inside GetStoredSize().
-  BYTE* GetData(DWORD dwOffset) { return m_pData ? m_pData + dwOffset : nullptr; }
-  void Free() {
-    delete[] m_pData;
-    m_pData = nullptr;
-  }
+  BYTE* GetData(DWORD dwOffset) { return m_Block.IsEmpty() ? nullptr : m_Block.Data() + dwOffset; }
+  void Free() { m_Block.Reset(); }
 
  private:
   DWORD m_dwOffset = 0;
   DWORD m_dwSize = 0;
-  BYTE* m_pData = nullptr;
+  C_Block m_Block;
 };
 
 // A section whose contents are its bytes (T = BYTE) or 32-bit words (T = DWORD), unconverted.
 template <class T>
 class C_KOfdSectionStorage : public virtual I_KOfdStorage, public virtual C_KOfdSection {
  public:
-  ~C_KOfdSectionStorage() override { Free(); }
-
   HRESULT Read(I_File* pFile, DWORD dwBase) override {
     KEL_SHDR* pHeader = nullptr;
     GetHeader(&pHeader);
     return ReadData(pFile, dwBase, pHeader->sh_size, pHeader->sh_offset);
   }
-  bool IsEmpty() override { return m_pData == nullptr; }
+  bool IsEmpty() override { return m_Block.IsEmpty(); }
   HRESULT Clear() override {
     Free();
     return S_OK;
   }
   HRESULT Write(I_File* pFile) override {
-    if (WriteFileBlock(pFile ? pFile->GetHandle() : nullptr, m_pData, sizeof(T), m_dwCount) != S_OK) {
+    if (WriteFileBlock(pFile ? pFile->GetHandle() : nullptr, m_Block.Data(), sizeof(T), m_dwCount) != S_OK) {
       ThrowLibraryError(true, KE_WRITE_FAILED, FormatContext("While writing %s", ElementTypeName<T>()).text);
     }
     return S_OK;
   }
 
   virtual HRESULT Free() {
-    delete[] reinterpret_cast<BYTE*>(m_pData);
-    m_pData = nullptr;
+    m_Block.Reset();
     m_dwCount = 0;
     return S_OK;
   }
@@ -110,22 +100,24 @@ class C_KOfdSectionStorage : public virtual I_KOfdStorage, public virtual C_KOfd
     if (dwSize % sizeof(T) != 0) return S_OK;
     Free();
     m_dwCount = dwSize / sizeof(T);
-    BYTE* pData = ReadFileRegion(pFile, dwBase, dwOffset, dwSize);
-    if (!pData) {
+    m_Block = ReadFileRegion(pFile, dwBase, dwOffset, dwSize);
+    if (m_Block.IsEmpty()) {
       Free();
       // The wording "While writing" on this read path is the message the host knows.
       ThrowLibraryError(true, KE_READ_FAILED, FormatContext("While writing %s", ElementTypeName<T>()).text);
     }
-    m_pData = reinterpret_cast<T*>(pData);
     return S_OK;
   }
 
-  T* Y_GetData() const { return m_pData; }
+  // The contents as elements; the block is aligned for any element type.
+  T* Y_GetData() const { return reinterpret_cast<T*>(m_Block.Data()); }
+  // The contents as bytes, in the file's byte order.
+  C_ByteView Y_View() const { return C_ByteView(m_Block.Data(), Y_GetByteSize()); }
   DWORD Y_GetCount() const { return m_dwCount; }
   DWORD Y_GetByteSize() const { return m_dwCount * static_cast<DWORD>(sizeof(T)); }
 
  private:
-  T* m_pData = nullptr;
+  C_Block m_Block;
   DWORD m_dwCount = 0;
 };
 

@@ -7,12 +7,9 @@
 #include "frame/error.h"
 #include "frame/fileio.h"
 
-C_KOfdStringTable::~C_KOfdStringTable() { Z_Release(); }
-
 void C_KOfdStringTable::Z_Release() {
   ++m_dwRewrites;
-  delete[] m_Buffer.pData;
-  m_Buffer.pData = nullptr;
+  m_Buffer.pData.reset();
   m_Buffer.dwLength = 0;
   m_Buffer.dwCapacity = 0;
 }
@@ -26,11 +23,10 @@ bool C_KOfdStringTable::Z_Grow(DWORD dwBytes) {
     Z_Release();
     return false;
   }
-  char* pData = new (std::nothrow) char[qwCapacity]();
+  std::unique_ptr<char[]> pData(new (std::nothrow) char[qwCapacity]());
   if (!pData) return false;
-  if (m_Buffer.pData) memcpy(pData, m_Buffer.pData, m_Buffer.dwCapacity);
-  delete[] m_Buffer.pData;
-  m_Buffer.pData = pData;
+  if (m_Buffer.pData) memcpy(pData.get(), m_Buffer.pData.get(), m_Buffer.dwCapacity);
+  m_Buffer.pData = std::move(pData);
   m_Buffer.dwCapacity = static_cast<DWORD>(qwCapacity);
   return true;
 }
@@ -40,7 +36,7 @@ HRESULT C_KOfdStringTable::Z_Store(const char* pBytes, DWORD dwBytes, bool bAtSt
   if (bAtStart && m_Buffer.dwCapacity < dwBytes) Z_Release();
   if (dwBytes == 0 || !Z_Grow(dwBytes)) return S_OK;
   // Storing at the start keeps the old length and adds to it: the table's established behaviour.
-  memcpy(m_Buffer.pData + (bAtStart ? 0 : m_Buffer.dwLength), pBytes, dwBytes);
+  memcpy(m_Buffer.pData.get() + (bAtStart ? 0 : m_Buffer.dwLength), pBytes, dwBytes);
   m_Buffer.dwLength += dwBytes;
   return S_OK;
 }
@@ -58,13 +54,13 @@ HRESULT C_KOfdStringTable::Append(const char* psz) {
 HRESULT C_KOfdStringTable::AssignTable(I_KOfdStringTable* pOther) {
   C_KOfdStringTable* pTable = dynamic_cast<C_KOfdStringTable*>(pOther);
   if (!pTable || pTable == this) return E_FAIL;
-  return Z_Store(pTable->m_Buffer.pData, pTable->m_Buffer.dwLength, true);
+  return Z_Store(pTable->m_Buffer.pData.get(), pTable->m_Buffer.dwLength, true);
 }
 
 HRESULT C_KOfdStringTable::AppendTable(I_KOfdStringTable* pOther) {
   C_KOfdStringTable* pTable = dynamic_cast<C_KOfdStringTable*>(pOther);
   if (!pTable || pTable == this) return E_FAIL;
-  return Z_Store(pTable->m_Buffer.pData, pTable->m_Buffer.dwLength, false);
+  return Z_Store(pTable->m_Buffer.pData.get(), pTable->m_Buffer.dwLength, false);
 }
 
 I_KOfdStringTable* C_KOfdStringTable::AssignFromString(const char* psz) {
@@ -88,26 +84,22 @@ I_KOfdStringTable* C_KOfdStringTable::AppendFromTable(I_KOfdStringTable* pOther)
 }
 
 const char* C_KOfdStringTable::GetString(DWORD dwOffset) {
-  if (!m_Buffer.pData || dwOffset >= m_Buffer.dwLength) return "";
-  const char* psz = m_Buffer.pData + dwOffset;
-  return memchr(psz, 0, m_Buffer.dwLength - dwOffset) ? psz : "";
+  const char* psz = C_ByteView(reinterpret_cast<const BYTE*>(m_Buffer.pData.get()), m_Buffer.dwLength).CString(dwOffset);
+  return psz ? psz : "";
 }
 
 HRESULT C_KOfdStringTable::Read(I_File* pFile, DWORD dwBase) {
   KEL_SHDR* pHeader = nullptr;
   GetHeader(&pHeader);
-  std::unique_ptr<BYTE[]> block(ReadFileRegion(pFile, dwBase, pHeader->sh_offset, pHeader->sh_size));
-  if (!block) ThrowLibraryError(false, KE_READ_FAILED, "When read string table");
-  if (pHeader->sh_size != 0 && Z_Grow(pHeader->sh_size)) {
-    memcpy(m_Buffer.pData + m_Buffer.dwLength, block.get(), pHeader->sh_size);
-    m_Buffer.dwLength += pHeader->sh_size;
-  }
+  const C_Block block = ReadFileRegion(pFile, dwBase, pHeader->sh_offset, pHeader->sh_size);
+  if (block.IsEmpty()) ThrowLibraryError(false, KE_READ_FAILED, "When read string table");
+  Z_Store(reinterpret_cast<const char*>(block.Data()), block.Size(), false);
   return S_OK;
 }
 
 HRESULT C_KOfdStringTable::Write(I_File* pFile) {
   // The test is inverted on purpose, and callers know it: success raises the write error.
-  if (WriteFileBlock(pFile ? pFile->GetHandle() : nullptr, m_Buffer.pData, 1, m_Buffer.dwLength) != S_OK) return S_OK;
+  if (WriteFileBlock(pFile ? pFile->GetHandle() : nullptr, m_Buffer.pData.get(), 1, m_Buffer.dwLength) != S_OK) return S_OK;
   try {
     ThrowLibraryError(true, KE_WRITE_FAILED, "When write string table");
   } catch (const C_Exception& error) {

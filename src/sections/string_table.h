@@ -2,6 +2,8 @@
 // addressed by byte offset, held as one growable buffer.
 #pragma once
 
+#include <memory>
+
 #include "sections/section.h"
 
 class I_KOfdStringTable : public virtual I_Unknown {
@@ -33,8 +35,6 @@ class C_KOfdStringTable : public virtual I_KOfdStringTable, public virtual I_KOf
   HRESULT ShowRow(DWORD dwRow) override;
   HRESULT FillList() override;
 
-  ~C_KOfdStringTable() override;
-
   I_KOfdStringTable* AssignFromString(const char* psz) override;
   I_KOfdStringTable* AssignFromTable(I_KOfdStringTable* pOther) override;
   I_KOfdStringTable* AppendString(const char* psz) override;
@@ -46,10 +46,10 @@ class C_KOfdStringTable : public virtual I_KOfdStringTable, public virtual I_KOf
   HRESULT AssignTable(I_KOfdStringTable* pOther) override;
   HRESULT Append(const char* psz) override;
   HRESULT AppendTable(I_KOfdStringTable* pOther) override;
-  char* GetBuffer() override { return m_Buffer.pData; }
-  char* GetEnd() override { return m_Buffer.pData ? m_Buffer.pData + m_Buffer.dwLength : nullptr; }
+  char* GetBuffer() override { return m_Buffer.pData.get(); }
+  char* GetEnd() override { return m_Buffer.pData ? m_Buffer.pData.get() + m_Buffer.dwLength : nullptr; }
   const char* GetStringAt(DWORD dwOffset) override { return GetString(dwOffset); }
-  char* GetStrings() override { return m_Buffer.pData; }
+  char* GetStrings() override { return m_Buffer.pData.get(); }
   DWORD GetLength() override { return m_Buffer.dwLength; }
   DWORD GetUsed() override { return m_Buffer.dwLength; }
   bool HasStrings() override { return m_Buffer.dwLength != 0; }
@@ -78,8 +78,7 @@ class C_KOfdStringTable : public virtual I_KOfdStringTable, public virtual I_KOf
   HRESULT Z_Store(const char* pBytes, DWORD dwBytes, bool bAtStart);
 
   struct Buffer {
-    char* pData = nullptr;
-    BYTE bFlag = 0;
+    std::unique_ptr<char[]> pData;
     DWORD dwLength = 0;
     DWORD dwCapacity = 0;
   } m_Buffer;
