@@ -36,7 +36,7 @@ struct FakeHost : I_KOfdSectionHost {
     *ppSection = sections[dwIndex];
     return S_OK;
   }
-  I_Unknown* GetKeptExpressionTable() override { return nullptr; }
+  I_KOfdSymbolReferences* GetSymbolReferences() override { return nullptr; }
   std::vector<I_KOfdSection*> sections;
   std::vector<DWORD> asked;
 };

@@ -47,6 +47,10 @@ HRESULT C_KOfdELF::GetExpressionTable(I_KOfdExpressionTable** ppTable) {
   return HandOut(AsExpressionTable(m_pExpressionTable), ppTable);
 }
 
+I_KOfdSymbolReferences* C_KOfdELF::GetSymbolReferences() {
+  return dynamic_cast<I_KOfdSymbolReferences*>(m_pExpressionTable);
+}
+
 HRESULT C_KOfdELF::GetSectionCount(DWORD* pdwCount) { return m_SectionHeader.GetCount(pdwCount); }
 
 HRESULT C_KOfdELF::GetProgramHeaderCount(DWORD* pdwCount) { return m_ProgramHeader.GetCount(pdwCount); }

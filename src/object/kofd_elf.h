@@ -101,7 +101,7 @@ class C_KOfdELF : public virtual I_KOfdELF, public virtual I_KOfdSectionHost, pu
   HRESULT CreateSectionForType(DWORD dwType, I_KOfdSection** ppSection) override;
 
   HRESULT GetSectionByIndex(DWORD dwIndex, I_KOfdSection** ppSection) override;
-  I_Unknown* GetKeptExpressionTable() override { return m_pExpressionTable; }
+  I_KOfdSymbolReferences* GetSymbolReferences() override;
 
   // Where the object begins in the file: 0 for an object file, the member's data position for
   // an object inside an archive. Every offset of the object is relative to it.

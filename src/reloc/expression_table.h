@@ -41,7 +41,9 @@ class I_KOfdExpressionTable : public virtual I_Unknown {
   virtual HRESULT GetSymbolTable(I_KOfdSymbolTable** ppTable) = 0;
 };
 
-class C_KOfdExpressionTable : public virtual I_KOfdExpressionTable, public C_KOfdSectionTable<KEL_EXP> {
+class C_KOfdExpressionTable : public virtual I_KOfdExpressionTable,
+                              public virtual I_KOfdSymbolReferences,
+                              public C_KOfdSectionTable<KEL_EXP> {
  public:
   // Browse: the list columns and rows (present/section_views.cpp).
   HRESULT SetColumns() override;
@@ -57,7 +59,7 @@ class C_KOfdExpressionTable : public virtual I_KOfdExpressionTable, public C_KOf
   HRESULT DumpRecord(DWORD dwIndex) override;
 
   // True when a SYM record names a symbol called pszName, letter case ignored.
-  bool NamesSymbol(const char* pszName);
+  bool NamesSymbol(const char* pszName) override;
   // Token dwIndex, which must be below the count, and for SYM its symbol, as GetAt and
   // GetSymbol give them, in one call for the walks that read every token of a run.
   HRESULT GetToken(DWORD dwIndex, const KEL_EXP** ppToken, const char** ppszName, ELF32_SYM** ppSymbol);

@@ -47,13 +47,24 @@ class I_KOfdStorage : public virtual I_Unknown {
   virtual HRESULT Write(I_File* pFile) = 0;
 };
 
+// What the sections learn of the expressions of their document: whether one names a symbol.
+// The expression table answers; the sections need not know it.
+class I_KOfdSymbolReferences {
+ public:
+  // True when an expression names a symbol called pszName, letter case ignored.
+  virtual bool NamesSymbol(const char* pszName) = 0;
+
+ protected:
+  virtual ~I_KOfdSymbolReferences() = default;
+};
+
 // What a section may ask of the document that holds it.
 class I_KOfdSectionHost {
  public:
   // The section object of section dwIndex; fails for an index out of range.
   virtual HRESULT GetSectionByIndex(DWORD dwIndex, I_KOfdSection** ppSection) = 0;
-  // The document's kept expression table, or null.
-  virtual I_Unknown* GetKeptExpressionTable() = 0;
+  // The expressions of the document's kept expression table, or null without one.
+  virtual I_KOfdSymbolReferences* GetSymbolReferences() = 0;
 
  protected:
   virtual ~I_KOfdSectionHost() = default;

@@ -1,7 +1,5 @@
 #include "sections/symbol_table.h"
 
-#include "reloc/expression_table.h"
-
 HRESULT C_KOfdSymbolTable::GetSymbolCount(DWORD* pdwCount) {
   *pdwCount = GetCount();
   return S_OK;
@@ -27,8 +25,8 @@ HRESULT C_KOfdSymbolTable::CheckUndefined(DWORD dwIndex) {
   // Expressions name symbols through the document's expression table; without one, nothing
   // refers to an undefined symbol.
   I_KOfdSectionHost* pHost = GetHost();
-  C_KOfdExpressionTable* pExpressions = pHost ? dynamic_cast<C_KOfdExpressionTable*>(pHost->GetKeptExpressionTable()) : nullptr;
-  return pExpressions && pExpressions->NamesSymbol(GetSymbolName(Y_Record(dwIndex))) ? E_FAIL : S_OK;
+  I_KOfdSymbolReferences* pReferences = pHost ? pHost->GetSymbolReferences() : nullptr;
+  return pReferences && pReferences->NamesSymbol(GetSymbolName(Y_Record(dwIndex))) ? E_FAIL : S_OK;
 }
 
 HRESULT C_KOfdSymbolTable::AddSymbol(ELF32_SYM* pSymbol, const char* pszName) {
