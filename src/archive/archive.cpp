@@ -214,7 +214,7 @@ HRESULT C_KOfdArchive::Add(const char* pszPath, DWORD dwAttribute) {
     if (!platform::PathStatus(pszPath, &qwSize, &llTime) || qwSize > 0xFFFFFFFFu) return E_FAIL;
     const std::int32_t lDate = static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(llTime)));
     member.GetHeader().Build(true, dwNameIndex, lDate, 0, static_cast<DWORD>(qwSize));
-    m_LinkMember.Y_Update(*this);
+    Z_PlaceMembers();
     return S_OK;
   });
 }
@@ -248,7 +248,7 @@ HRESULT C_KOfdArchive::Delete(const char* pszName) {
     Z_EraseName(dwNameAt);
     m_NameMember.GetHeader().BuildSpecial(m_NameMember.GetLength());
     m_LinkMember.GetHeader().BuildSpecial(static_cast<DWORD>(m_LinkMember.DataSize()));
-    m_LinkMember.Y_Update(*this);
+    Z_PlaceMembers();
     return S_OK;
   });
 }
@@ -275,6 +275,17 @@ void C_KOfdArchive::Z_EraseName(DWORD dwNameAt) {
   }
 }
 
+void C_KOfdArchive::Z_PlaceMembers() {
+  std::vector<DWORD> vSizes;
+  vSizes.reserve(m_vMembers.size());
+  for (C_KArcObjectMember* pMember : m_vMembers) vSizes.push_back(pMember->GetSize());
+  const DWORD dwPlaced = m_LinkMember.Y_Update(m_NameMember.GetSize(), vSizes);
+  for (DWORD i = 0; i < dwPlaced && i < vSizes.size(); ++i) m_vMembers[i]->SetOffset(m_LinkMember.m_vOffsets[i]);
+  if (dwPlaced < m_LinkMember.GetObjectCount()) {
+    ThrowLibraryError(false, KE_OUT_OF_RANGE, "when call C_KArcLinkMember::Y_Update");
+  }
+}
+
 // ---- Writing ------------------------------------------------------------------------------
 
 void C_KOfdArchive::Z_LoadAll() {
@@ -294,7 +305,7 @@ void C_KOfdArchive::Z_LoadAll() {
   // The offsets of merged listings are those of the file read; the file written lays the
   // members out anew, and its index must say where.
   if (m_bMerged) {
-    m_LinkMember.Y_Update(*this);
+    Z_PlaceMembers();
     m_bMerged = false;
   }
 }

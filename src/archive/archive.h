@@ -119,6 +119,9 @@ class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File, publi
   long Z_FindMember(const char* pszName) const;
   // Takes the name at dwNameAt out of the name member unless another member's name shares it.
   void Z_EraseName(DWORD dwNameAt);
+  // Lays the members out behind the linker and name members: the linker member's offsets and
+  // each member's own follow the sizes, in member order.
+  void Z_PlaceMembers();
   // Loads the bytes of every member that does not hold them yet, before a file is rewritten.
   void Z_LoadAll();
   // Writes the whole archive at the handle's position; the data offsets of the members written.

@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "archive/archive.h"
 #include "frame/error.h"
 #include "platform/platform.h"
 
@@ -11,6 +10,7 @@ namespace {
 constexpr char kReadContext[] = "When read linker member";
 constexpr char kWriteContext[] = "When write linker member";
 constexpr char kListsContext[] = "When write member offsets or global symbols";
+constexpr char kUpdateContext[] = "when call C_KArcLinkMember::Y_Update";
 
 [[noreturn]] void ThrowShortData() {
   platform::SetEndOfFileError();
@@ -148,21 +148,17 @@ DWORD C_KArcLinkMember::Y_GetOffsetAt(DWORD dwIndex) {
   return m_vOffsets[dwIndex];
 }
 
-void C_KArcLinkMember::Y_Update(C_KOfdArchive& archive) {
-  const DWORD dwMembers = archive.MemberCount();
-  if (m_vOffsets.size() < dwMembers) ThrowLibraryError(false, KE_OUT_OF_RANGE, "when call C_KArcLinkMember::Y_Update");
+DWORD C_KArcLinkMember::Y_Update(DWORD dwNameMemberSize, const std::vector<DWORD>& vMemberSizes) {
+  if (m_vOffsets.size() < vMemberSizes.size()) ThrowLibraryError(false, KE_OUT_OF_RANGE, kUpdateContext);
   std::uint64_t qwAt = 8 + (kArcMemberHeaderSize + static_cast<std::uint64_t>(m_Header.GetSize())) +
-                       (kArcMemberHeaderSize + static_cast<std::uint64_t>(archive.NameMember().GetSize()));
+                       (kArcMemberHeaderSize + static_cast<std::uint64_t>(dwNameMemberSize));
   // Offsets past the member list (left by a refused Add) all take the position after the last.
   for (DWORD i = 0; i < m_vOffsets.size(); ++i) {
-    if (qwAt > 0xFFFFFFFFu) ThrowLibraryError(false, KE_OUT_OF_RANGE, "when call C_KArcLinkMember::Y_Update");
+    if (qwAt > 0xFFFFFFFFu) return i;
     m_vOffsets[i] = static_cast<DWORD>(qwAt);
-    if (i < dwMembers) {
-      C_KArcObjectMember& member = archive.MemberAt(i);
-      member.SetOffset(m_vOffsets[i]);
-      qwAt += kArcMemberHeaderSize + static_cast<std::uint64_t>(member.GetSize());
-    }
+    if (i < vMemberSizes.size()) qwAt += kArcMemberHeaderSize + static_cast<std::uint64_t>(vMemberSizes[i]);
   }
+  return static_cast<DWORD>(m_vOffsets.size());
 }
 
 void C_KArcLinkMember::Z_AppendName(const char* pszName, std::size_t nLength) {

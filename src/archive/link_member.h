@@ -18,8 +18,6 @@
 #include "archive/member_header.h"
 #include "sections/name_slots.h"
 
-class C_KOfdArchive;
-
 class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
  public:
   // The listing goes to std::cout; an invalid member writes nothing and answers its Validate.
@@ -63,9 +61,11 @@ class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
   // The stored offset of member dwIndex; 1009 "when call C_KArcLinkMember::Y_GetOffsetAt"
   // when there is none.
   DWORD Y_GetOffsetAt(DWORD dwIndex);
-  // Recomputes every stored offset from the sizes of the archive's members; 1009 "when call
-  // C_KArcLinkMember::Y_Update" when the offset list is shorter than the member list.
-  void Y_Update(C_KOfdArchive& archive);
+  // Recomputes every stored offset from the size of the name member and those of the archive's
+  // members, in member order; 1009 "when call C_KArcLinkMember::Y_Update" when the offset list is
+  // shorter than the member list. Returns how many offsets it placed: fewer than listed when a
+  // position passes 4 GiB, which the caller reports once the members placed have their offsets.
+  DWORD Y_Update(DWORD dwNameMemberSize, const std::vector<DWORD>& vMemberSizes);
 
  private:
   friend class C_KOfdArchive;
