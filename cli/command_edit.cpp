@@ -214,16 +214,23 @@ void RegisterEdit(CLI::App& app, CommandResult& result) {
   auto options = std::make_shared<EditOptions>();
   command->add_option("IN", options->sPath, "The KELF object")->required();
   command->add_option("-o", options->sOutput, "Where to save the edited object (IN is replaced when absent)");
-  command->add_option("--remove-symbol", options->vRemoveSymbol, "NAME: remove a symbol no expression or relocation names");
-  command->add_option("--remove-section", options->vRemoveSection, "SEL: remove a section nothing links to or lives in");
-  command->add_option("--rename-symbol", options->vRenameSymbol, "OLD=NEW");
-  command->add_option("--rename-section", options->vRenameSection, "SEL=NEW");
-  command->add_option("--set-symbol", options->vSetSymbol, "NAME=VALUE: a symbol's value (unsigned 32-bit, decimal or 0x hex)");
-  command->add_option("--set-section-address", options->vSetAddress, "SEL=ADDR");
-  command->add_option("--set-contents", options->vSetContents, "SEL=FILE: a section's bytes from FILE");
-  command->add_option("--patch", options->vPatch, "SEL:OFFSET=HEXBYTES: overwrite bytes of a section");
-  command->add_option("--add-section", options->vAddSection, "NAME=FILE[:TYPE]: a new section (type 1 unless given) holding FILE's bytes");
-  command->add_option("--add-symbol", options->vAddSymbol, "NAME=SEL:VALUE[:local|global]: a new symbol (global unless told)");
+  const struct {
+    const char* pszName;
+    std::vector<std::string>* pValues;
+    const char* pszHelp;
+  } edits[] = {
+      {"--remove-symbol", &options->vRemoveSymbol, "NAME: remove a symbol no expression or relocation names"},
+      {"--remove-section", &options->vRemoveSection, "SEL: remove a section nothing links to or lives in"},
+      {"--rename-symbol", &options->vRenameSymbol, "OLD=NEW"},
+      {"--rename-section", &options->vRenameSection, "SEL=NEW"},
+      {"--set-symbol", &options->vSetSymbol, "NAME=VALUE: a symbol's value (unsigned 32-bit, decimal or 0x hex)"},
+      {"--set-section-address", &options->vSetAddress, "SEL=ADDR"},
+      {"--set-contents", &options->vSetContents, "SEL=FILE: a section's bytes from FILE"},
+      {"--patch", &options->vPatch, "SEL:OFFSET=HEXBYTES: overwrite bytes of a section"},
+      {"--add-section", &options->vAddSection, "NAME=FILE[:TYPE]: a new section (type 1 unless given) holding FILE's bytes"},
+      {"--add-symbol", &options->vAddSymbol, "NAME=SEL:VALUE[:local|global]: a new symbol (global unless told)"},
+  };
+  for (const auto& edit : edits) command->add_option(edit.pszName, *edit.pValues, edit.pszHelp);
   command->add_flag("--compact", options->bCompact, "Lay every section out afresh in index order, the section header table last");
   command->add_flag("--force", options->bForce, "Patch bytes that a relocation rewrites all the same");
   command->callback([options, &result] { result.status = RunEdit(*options); });

@@ -17,18 +17,8 @@
 namespace {
 
 using kelf_test::Bytes;
+using kelf_test::MakeSection;
 using kelf_test::ObjectBuilder;
-
-kelf_test::Section MakeSection(const std::string& name, std::uint32_t type, Bytes data, std::uint32_t link = 0,
-                               std::uint32_t info = 0) {
-  kelf_test::Section section;
-  section.name = name;
-  section.type = type;
-  section.data = std::move(data);
-  section.link = link;
-  section.info = info;
-  return section;
-}
 
 // 1 .text (12 bytes, of which the header names 8: 4 bytes of gap), 2 .symtab (names in 3),
 // 3 .symstrtab, 4 a section of type 0x70 the library has no class for, 5 .expr, 6 .relxeb.

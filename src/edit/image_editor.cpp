@@ -155,15 +155,7 @@ void C_ImageEditor::Z_RequireNewSectionName(const std::string& sName) const {
 }
 
 C_ImageSection& C_ImageEditor::Z_AppendSection(const std::string& sName, DWORD dwType) {
-  if (!m_Image.NameTable()) {
-    auto pNames = std::make_unique<C_ImageSection>();
-    pNames->m_Name.m_sText = ".shstrtab";
-    pNames->m_Header.sh_type = SHT_KEL_STRTAB;
-    pNames->m_Header.sh_addralign = 1;
-    pNames->m_vData.push_back(0);
-    m_Image.SetNameTable(pNames.get());
-    m_Image.Sections().push_back(std::move(pNames));
-  }
+  if (!m_Image.NameTable()) m_Image.AddNameTable();
   auto pSection = std::make_unique<C_ImageSection>();
   pSection->m_Name.m_sText = sName;
   pSection->m_Header.sh_type = dwType;

@@ -33,6 +33,11 @@ DWORD RelocationRecordSize(DWORD dwType) {
   return dwType == SHT_KEL_RELXEB ? sizeof(KEL_RELXEB) : dwType == SHT_KEL_RELXE ? sizeof(KEL_RELXE) : 0;
 }
 
+// The shorter record in the shape of the longer one, so that one path reads both.
+KEL_RELXEB Widened(const KEL_RELXE& record) {
+  return KEL_RELXEB{record.Offset, record.Info, record.t_start, record.t_end, record.e_start, record.e_end};
+}
+
 }  // namespace
 
 bool ReadImageString(const std::vector<BYTE>& vTable, DWORD dwOffset, std::string* psText) {
@@ -68,6 +73,10 @@ C_ObjectImage::C_ObjectImage(DWORD dwChip, WORD wType) {
   m_Header.e_shentsize = sizeof(KEL_SHDR);
   m_vSections.push_back(std::make_unique<C_ImageSection>());
   m_vSections.front()->m_Name.m_dwOffset = 0;
+  AddNameTable();
+}
+
+C_ImageSection& C_ObjectImage::AddNameTable() {
   auto pNames = std::make_unique<C_ImageSection>();
   pNames->m_Name.m_sText = ".shstrtab";
   pNames->m_Header.sh_type = SHT_KEL_STRTAB;
@@ -75,6 +84,7 @@ C_ObjectImage::C_ObjectImage(DWORD dwChip, WORD wType) {
   pNames->m_vData.push_back(0);
   m_pNameTable = pNames.get();
   m_vSections.push_back(std::move(pNames));
+  return *m_pNameTable;
 }
 
 C_ObjectImage::C_ObjectImage(I_KOfdELF& document, const char* pszPath) {
@@ -203,25 +213,15 @@ void C_ObjectImage::Z_LoadRelocations(C_ImageSection& table) {
   C_ImageSection* pTokens = table.m_pLink && table.m_pLink->m_eModel == SectionModel::kTokens ? table.m_pLink : nullptr;
   C_ImageSection* pSymbols = pTokens && pTokens->m_pLink && pTokens->m_pLink->m_eModel == SectionModel::kSymbols ? pTokens->m_pLink : nullptr;
   for (std::size_t i = 0; i < table.m_vData.size() / dwRecord; ++i) {
+    const KEL_RELXEB record = dwRecord == sizeof(KEL_RELXEB) ? RecordAt<KEL_RELXEB>(table.m_vData, i)
+                                                             : Widened(RecordAt<KEL_RELXE>(table.m_vData, i));
     C_ImageRelocation relocation;
-    DWORD dwInfo = 0;
-    if (dwRecord == sizeof(KEL_RELXEB)) {
-      const KEL_RELXEB record = RecordAt<KEL_RELXEB>(table.m_vData, i);
-      relocation.m_dwOffset = record.Offset;
-      dwInfo = record.Info;
-      relocation.m_wBitStart = record.to_start;
-      relocation.m_wBitEnd = record.to_end;
-      relocation.m_dwFirst = record.exp_start;
-      relocation.m_dwLast = record.exp_end;
-    } else {
-      const KEL_RELXE record = RecordAt<KEL_RELXE>(table.m_vData, i);
-      relocation.m_dwOffset = record.Offset;
-      dwInfo = record.Info;
-      relocation.m_wBitStart = record.t_start;
-      relocation.m_wBitEnd = record.t_end;
-      relocation.m_dwFirst = record.e_start;
-      relocation.m_dwLast = record.e_end;
-    }
+    const DWORD dwInfo = record.Info;
+    relocation.m_dwOffset = record.Offset;
+    relocation.m_wBitStart = record.to_start;
+    relocation.m_wBitEnd = record.to_end;
+    relocation.m_dwFirst = record.exp_start;
+    relocation.m_dwLast = record.exp_end;
     relocation.m_byType = static_cast<BYTE>(dwInfo & 0xFF);
     relocation.m_dwSymbolIndex = dwInfo >> 8;
     if (pSymbols && relocation.m_dwSymbolIndex < pSymbols->m_vSymbols.size()) {

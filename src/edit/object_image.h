@@ -112,7 +112,8 @@ class C_ObjectImage {
   const std::vector<std::unique_ptr<C_ImageSection>>& Sections() const { return m_vSections; }
   // The section-name table, or null when the object has none.
   C_ImageSection* NameTable() const { return m_pNameTable; }
-  void SetNameTable(C_ImageSection* pTable) { m_pNameTable = pTable; }
+  // Appends a ".shstrtab" (a lone NUL so far) and makes it the section-name table.
+  C_ImageSection& AddNameTable();
   // The bytes the image was read from (empty for a new object): what lies between sections.
   const std::vector<BYTE>& Original() const { return m_vOriginal; }
   // The section header table's place in the file read, if any.
