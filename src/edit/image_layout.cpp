@@ -79,7 +79,9 @@ C_ImageLayout PlanImageLayout(const C_ObjectImage& image, bool bCompact) {
   }
   layout.m_dwSectionTable = header.e_shoff;
   if (!sections.empty()) {
-    const bool bKeepTable = !bCompact && image.HadSectionTable() && sections.size() <= image.OriginalSectionCount();
+    // A table the file held only in part (a short read the reader accepts) is not kept.
+    const bool bKeepTable = !bCompact && image.HadSectionTable() && sections.size() <= image.OriginalSectionCount() &&
+                            image.OriginalSectionTable() + std::uint64_t(image.OriginalSectionCount()) * sizeof(KEL_SHDR) <= image.Original().size();
     if (bKeepTable) {
       layout.m_dwSectionTable = image.OriginalSectionTable();
     } else {
@@ -160,7 +162,7 @@ void CheckRenderedObject(const std::vector<BYTE>& vFile, const C_ObjectImage& im
     KEL_SHDR record;
     memcpy(&record, vFile.data() + header.e_shoff + i * sizeof(KEL_SHDR), sizeof record);
     if (record.sh_type == C_ImageSection::kNobitsType || record.sh_size == 0) continue;
-    const std::string sName = i < image.Sections().size() ? image.Describe(*image.Sections()[i]) : std::to_string(i);
+    const std::string sName = std::to_string(i) + (i < image.Sections().size() ? " (" + image.Sections()[i]->m_Name.m_sText + ")" : "");
     const Part part{record.sh_offset, std::uint64_t(record.sh_offset) + record.sh_size, "section " + sName};
     if (part.qwTo > vFile.size()) ThrowImageFailure(part.sName + " would lie past the end of the saved object");
     parts.push_back(part);
