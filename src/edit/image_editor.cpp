@@ -1,7 +1,6 @@
 #include "edit/image_editor.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "frame/text.h"
 
@@ -26,9 +25,9 @@ DWORD RecordSizeOfType(DWORD dwType) {
 }
 
 std::string Hex(std::uint64_t qwValue) {
-  char szText[24];
-  snprintf(szText, sizeof szText, "0x%llx", static_cast<unsigned long long>(qwValue));
-  return szText;
+  std::string sDigits;
+  do sDigits.insert(sDigits.begin(), "0123456789abcdef"[qwValue & 0xF]); while ((qwValue >>= 4) != 0);
+  return "0x" + sDigits;
 }
 
 }  // namespace

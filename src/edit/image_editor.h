@@ -3,6 +3,8 @@
 // name the reference, and the image is left as it was.
 #pragma once
 
+#include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
