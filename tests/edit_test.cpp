@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -183,6 +184,14 @@ TEST(EditImage, PartsThatWouldOverlapFailTheSaveAndWriteNothing) {
   Save(*loaded.image, sOut, true);
   Loaded compact(sOut);
   EXPECT_EQ(compact.image->Sections()[7]->m_vData, (Bytes{0x22, 0x22}));
+  // A hostile alignment is not padded out to gigabytes; one that is no power of two is none.
+  compact.image->Sections()[4]->m_Header.sh_addralign = 0x40000000;
+  EXPECT_THROW(Save(*compact.image, dir.Path("huge.o"), true), C_Exception);
+  EXPECT_FALSE(std::ifstream(dir.Path("huge.o")).good());
+  compact.image->Sections()[4]->m_Header.sh_addralign = 6;
+  Save(*compact.image, dir.Path("six.o"), true);
+  EXPECT_EQ(Loaded(dir.Path("six.o")).image->Sections()[4]->m_dwPlacedOffset,
+            compact.image->Sections()[3]->m_dwPlacedOffset + compact.image->Sections()[3]->m_dwPlacedSize);
 }
 
 TEST(EditImage, ANewObjectTakesSectionsAndSymbols) {

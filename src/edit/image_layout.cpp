@@ -12,9 +12,17 @@ constexpr std::uint64_t kFileLimit = 0xFFFFFFFFu;
 constexpr DWORD kTableAlignment = 4;
 constexpr BYTE kBigEndian = 2;
 
-std::uint64_t AlignUp(std::uint64_t qwAt, DWORD dwAlignment) {
-  const std::uint64_t qwStep = dwAlignment > 1 ? dwAlignment : 1;
+// Padding the layout adds for alignment, in all: past it an alignment is taken as hostile rather
+// than padded out to a file of gigabytes.
+constexpr std::uint64_t kMaxPadding = 16u << 20;
+
+// Aligns up to a power of two (0 and any other value count as 1: no alignment), adding the
+// padding to *pqwPadding.
+std::uint64_t AlignUp(std::uint64_t qwAt, DWORD dwAlignment, std::uint64_t* pqwPadding) {
+  const std::uint64_t qwStep = dwAlignment > 1 && (dwAlignment & (dwAlignment - 1)) == 0 ? dwAlignment : 1;
   const std::uint64_t qwAligned = (qwAt + qwStep - 1) / qwStep * qwStep;
+  *pqwPadding += qwAligned - qwAt;
+  if (*pqwPadding > kMaxPadding) ThrowImageFailure("alignment would pad the saved object by more than 16 MiB");
   if (qwAligned > kFileLimit) ThrowImageFailure("the saved object would pass 4 GiB");
   return qwAligned;
 }
@@ -48,6 +56,7 @@ C_ImageLayout PlanImageLayout(const C_ObjectImage& image, bool bCompact) {
   C_ImageLayout layout;
   layout.m_vOffsets.assign(sections.size(), 0);
   std::uint64_t qwEnd = sizeof(KEL_EHDR);
+  std::uint64_t qwPadding = 0;
   layout.m_dwProgramTable = header.e_phoff;
   if (bCompact) {
     if (header.e_phnum != 0) layout.m_dwProgramTable = sizeof(KEL_EHDR);
@@ -63,9 +72,10 @@ C_ImageLayout PlanImageLayout(const C_ObjectImage& image, bool bCompact) {
     } else if (section.m_Header.sh_type == SHT_KEL_NULL && section.m_vData.empty()) {
       layout.m_vOffsets[i] = 0;  // the null section lies nowhere
     } else if (!section.HasFileBytes()) {
-      layout.m_vOffsets[i] = static_cast<DWORD>(AlignUp(qwEnd, section.m_Header.sh_addralign));
+      std::uint64_t qwUnused = qwPadding;  // a section of no file bytes pads nothing
+      layout.m_vOffsets[i] = static_cast<DWORD>(AlignUp(qwEnd, section.m_Header.sh_addralign, &qwUnused));
     } else if (bCompact) {
-      const std::uint64_t qwAt = AlignUp(qwEnd, section.m_Header.sh_addralign);
+      const std::uint64_t qwAt = AlignUp(qwEnd, section.m_Header.sh_addralign, &qwPadding);
       layout.m_vOffsets[i] = static_cast<DWORD>(qwAt);
       qwEnd = qwAt + section.m_vData.size();
     } else {
@@ -73,19 +83,19 @@ C_ImageLayout PlanImageLayout(const C_ObjectImage& image, bool bCompact) {
     }
   }
   for (std::size_t i : vMoving) {
-    const std::uint64_t qwAt = AlignUp(qwEnd, sections[i]->m_Header.sh_addralign);
+    const std::uint64_t qwAt = AlignUp(qwEnd, sections[i]->m_Header.sh_addralign, &qwPadding);
     layout.m_vOffsets[i] = static_cast<DWORD>(qwAt);
     qwEnd = qwAt + sections[i]->m_vData.size();
   }
   layout.m_dwSectionTable = header.e_shoff;
   if (!sections.empty()) {
-    // A table the file held only in part (a short read the reader accepts) is not kept.
+    // A table is kept only where the bytes read held it whole, whatever the reader accepted.
     const bool bKeepTable = !bCompact && image.HadSectionTable() && sections.size() <= image.OriginalSectionCount() &&
                             image.OriginalSectionTable() + std::uint64_t(image.OriginalSectionCount()) * sizeof(KEL_SHDR) <= image.Original().size();
     if (bKeepTable) {
       layout.m_dwSectionTable = image.OriginalSectionTable();
     } else {
-      const std::uint64_t qwAt = AlignUp(qwEnd, kTableAlignment);
+      const std::uint64_t qwAt = AlignUp(qwEnd, kTableAlignment, &qwPadding);
       layout.m_dwSectionTable = static_cast<DWORD>(qwAt);
       qwEnd = qwAt + sections.size() * sizeof(KEL_SHDR);
     }
