@@ -15,5 +15,6 @@ void RegisterReloc(CLI::App& app, CommandResult& result);
 void RegisterDump(CLI::App& app, CommandResult& result);
 void RegisterAr(CLI::App& app, CommandResult& result);
 void RegisterBrowse(CLI::App& app, CommandResult& result);
+void RegisterEdit(CLI::App& app, CommandResult& result);  // edit and new
 
 }  // namespace cli

@@ -25,6 +25,7 @@ int main(int argc, char** argv) {
   cli::RegisterDump(app, result);
   cli::RegisterAr(app, result);
   cli::RegisterBrowse(app, result);
+  cli::RegisterEdit(app, result);
 
   try {
     app.parse(argc, argv);

@@ -15,20 +15,10 @@
 namespace {
 
 using kelf_test::Bytes;
+using kelf_test::MakeSection;
 using kelf_test::ObjectBuilder;
 
 std::string AsString(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
-
-kelf_test::Section MakeSection(const std::string& name, std::uint32_t type, Bytes data = {}, std::uint32_t link = 0,
-                               std::uint32_t info = 0) {
-  kelf_test::Section section;
-  section.name = name;
-  section.type = type;
-  section.data = std::move(data);
-  section.link = link;
-  section.info = info;
-  return section;
-}
 
 // 1 .text, 2 .symtab (names in 3), 3 .symstrtab, 4 .line (for 1), 5 .shstrtab. The symbol table
 // comes before the string table it names.

@@ -235,6 +235,16 @@ Bytes ObjectBuilder::Build(ObjectLayout* layoutOut) const {
   return out;
 }
 
+Section MakeSection(const std::string& name, std::uint32_t type, Bytes data, std::uint32_t link, std::uint32_t info) {
+  Section section;
+  section.name = name;
+  section.type = type;
+  section.data = std::move(data);
+  section.link = link;
+  section.info = info;
+  return section;
+}
+
 void ObjectBuilder::WriteFile(const std::string& path) const { kelf_test::WriteFile(path, Build()); }
 
 }  // namespace kelf_test

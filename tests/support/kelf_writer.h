@@ -124,6 +124,10 @@ struct Section {
   std::optional<std::uint32_t> nameOffset, size, offset;
 };
 
+// A section of that name, type, contents and links, the other fields as Section has them.
+Section MakeSection(const std::string& name, std::uint32_t type, Bytes data = {}, std::uint32_t link = 0,
+                    std::uint32_t info = 0);
+
 struct ObjectOptions {
   bool nullSection = true;  // section 0 is the empty null section
   bool shstrtab = true;     // ".shstrtab" appended last, named by SHStrndex

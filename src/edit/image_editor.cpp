@@ -1,0 +1,263 @@
+#include "edit/image_editor.h"
+
+#include <algorithm>
+
+#include "frame/text.h"
+
+namespace {
+
+constexpr BYTE kGlobalBind = 1;
+constexpr DWORD kBankType = SHT_KEL_BNKINFO;
+
+// The record size of a section type the library reads as a table of records, else 0.
+DWORD RecordSizeOfType(DWORD dwType) {
+  switch (dwType) {
+    case SHT_KEL_SYMTAB: return sizeof(ELF32_SYM);
+    case SHT_KEL_RELXE: return sizeof(KEL_RELXE);
+    case SHT_KEL_EXPR: return sizeof(KEL_EXP);
+    case SHT_KEL_LINE: return sizeof(KEL_LINE);
+    case SHT_KEL_BNKINFO: return sizeof(KEL_BANKINFO);
+    case SHT_KEL_RELXEB: return sizeof(KEL_RELXEB);
+    case SHT_KEL_KDMINFO: return sizeof(KEL_KMDINFO);
+    case SHT_KEL_SRCLINE: return sizeof(KEL_SRCLINE);
+    default: return 0;
+  }
+}
+
+std::string Hex(std::uint64_t qwValue) {
+  std::string sDigits;
+  do sDigits.insert(sDigits.begin(), "0123456789abcdef"[qwValue & 0xF]); while ((qwValue >>= 4) != 0);
+  return "0x" + sDigits;
+}
+
+}  // namespace
+
+C_ImageSection& C_ImageEditor::SelectSection(const std::string& sSelector) {
+  auto& sections = m_Image.Sections();
+  const bool bIndex = !sSelector.empty() && sSelector.find_first_not_of("0123456789") == std::string::npos;
+  if (bIndex) {
+    std::uint64_t qwIndex = 0;
+    for (char ch : sSelector) qwIndex = std::min<std::uint64_t>(qwIndex * 10 + static_cast<unsigned>(ch - '0'), 1ull << 32);
+    if (qwIndex >= sections.size()) {
+      ThrowImageFailure("no section " + sSelector + ", the object has " + std::to_string(sections.size()));
+    }
+    return *sections[qwIndex];
+  }
+  for (auto& pSection : sections) {
+    if (!pSection->m_Name.m_bRaw && kofd_text::EqualIgnoringCase(pSection->m_Name.m_sText.c_str(), sSelector.c_str())) return *pSection;
+  }
+  ThrowImageFailure("no section named " + sSelector);
+}
+
+// ---- Symbols -------------------------------------------------------------------------------
+
+C_ImageSymbol& C_ImageEditor::Z_FindSymbol(const std::string& sName) {
+  C_ImageSection* pTable = m_Image.SymbolTable();
+  if (!pTable) ThrowImageFailure("no symbol named " + sName + ": the object has no symbol table");
+  C_ImageSymbol* pFound = nullptr;
+  std::size_t nFound = 0;
+  for (auto& pSymbol : pTable->m_vSymbols) {
+    if (pSymbol->m_Name.m_bRaw || pSymbol->m_Name.m_sText != sName) continue;
+    pFound = pSymbol.get();
+    ++nFound;
+  }
+  if (nFound == 0) ThrowImageFailure("no symbol named " + sName + " in section " + m_Image.Describe(*pTable));
+  if (nFound > 1) ThrowImageFailure(std::to_string(nFound) + " symbols are named " + sName + "; only a name one symbol has is edited");
+  return *pFound;
+}
+
+void C_ImageEditor::Z_RequireFollowed(std::initializer_list<DWORD> types, const std::string& sEdit) const {
+  for (const auto& pSection : m_Image.Sections()) {
+    if (pSection->m_eModel == SectionModel::kBytes && std::find(types.begin(), types.end(), pSection->m_Header.sh_type) != types.end()) {
+      ThrowImageFailure("cannot " + sEdit + ": section " + m_Image.Describe(*pSection) +
+                        " holds records whose size does not divide its size, so its references cannot be followed");
+    }
+  }
+}
+
+void C_ImageEditor::RemoveSymbol(const std::string& sName) {
+  C_ImageSymbol& symbol = Z_FindSymbol(sName);
+  for (const auto& pSection : m_Image.Sections()) {
+    for (std::size_t i = 0; i < pSection->m_vTokens.size(); ++i) {
+      if (pSection->m_vTokens[i]->m_pSymbol == &symbol) {
+        ThrowImageFailure("cannot remove symbol " + sName + ": expression record " + std::to_string(i) + " of section " +
+                          m_Image.Describe(*pSection) + " names it");
+      }
+    }
+    for (std::size_t i = 0; i < pSection->m_vRelocations.size(); ++i) {
+      if (pSection->m_vRelocations[i].m_pSymbol == &symbol) {
+        ThrowImageFailure("cannot remove symbol " + sName + ": relocation record " + std::to_string(i) + " of section " +
+                          m_Image.Describe(*pSection) + " names it");
+      }
+    }
+  }
+  Z_RequireFollowed({SHT_KEL_EXPR, SHT_KEL_RELXE, SHT_KEL_RELXEB}, "remove symbol " + sName);
+  auto& symbols = m_Image.SymbolTable()->m_vSymbols;
+  symbols.erase(std::find_if(symbols.begin(), symbols.end(), [&](const auto& p) { return p.get() == &symbol; }));
+}
+
+void C_ImageEditor::RenameSymbol(const std::string& sName, const std::string& sNewName) {
+  if (sNewName.empty()) ThrowImageFailure("a symbol's new name is empty");
+  C_ImageSymbol& symbol = Z_FindSymbol(sName);
+  symbol.m_Name = C_ImageName{sNewName};
+}
+
+void C_ImageEditor::SetSymbolValue(const std::string& sName, DWORD dwValue) { Z_FindSymbol(sName).m_dwValue = dwValue; }
+
+C_ImageSection& C_ImageEditor::Z_SymbolTableToAddTo() {
+  if (C_ImageSection* pTable = m_Image.SymbolTable()) return *pTable;
+  Z_RequireFollowed({SHT_KEL_SYMTAB}, "add a symbol table");
+  C_ImageSection& strings = Z_AppendSection(".symstrtab", SHT_KEL_STRTAB);
+  strings.m_vData.push_back(0);
+  C_ImageSection& table = Z_AppendSection(".symtab", SHT_KEL_SYMTAB);
+  table.m_Header.sh_addralign = 4;
+  table.m_Header.sh_entsize = sizeof(ELF32_SYM);
+  table.m_pLink = &strings;
+  table.m_bInfoFirstGlobal = true;
+  table.m_eModel = SectionModel::kSymbols;
+  // Symbol 0 is the empty symbol, as every symbol table begins.
+  auto pNull = std::make_unique<C_ImageSymbol>();
+  pNull->m_Name.m_dwOffset = 0;
+  table.m_vSymbols.push_back(std::move(pNull));
+  return table;
+}
+
+void C_ImageEditor::AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal) {
+  if (sName.empty()) ThrowImageFailure("a new symbol's name is empty");
+  C_ImageSection& section = SelectSection(sSection);
+  if (C_ImageSection* pTable = m_Image.SymbolTable()) {
+    for (const auto& pSymbol : pTable->m_vSymbols) {
+      if (!pSymbol->m_Name.m_bRaw && pSymbol->m_Name.m_sText == sName) ThrowImageFailure("a symbol named " + sName + " exists already");
+    }
+  }
+  if (!bGlobal) Z_RequireFollowed({SHT_KEL_EXPR, SHT_KEL_RELXE, SHT_KEL_RELXEB}, "add local symbol " + sName);
+  C_ImageSection& table = Z_SymbolTableToAddTo();
+  auto pSymbol = std::make_unique<C_ImageSymbol>();
+  pSymbol->m_Name.m_sText = sName;
+  pSymbol->m_dwValue = dwValue;
+  pSymbol->m_byInfo = bGlobal ? static_cast<BYTE>(kGlobalBind << 4) : 0;
+  pSymbol->m_pSection = &section;
+  auto& symbols = table.m_vSymbols;
+  auto at = bGlobal ? symbols.end() : std::find_if(symbols.begin(), symbols.end(), [](const auto& p) { return !p->IsLocal(); });
+  symbols.insert(at, std::move(pSymbol));
+}
+
+// ---- Sections ------------------------------------------------------------------------------
+
+void C_ImageEditor::Z_RequireNewSectionName(const std::string& sName) const {
+  if (sName.empty()) ThrowImageFailure("a section's new name is empty");
+  for (const auto& pSection : m_Image.Sections()) {
+    if (!pSection->m_Name.m_bRaw && kofd_text::EqualIgnoringCase(pSection->m_Name.m_sText.c_str(), sName.c_str())) {
+      ThrowImageFailure("section " + m_Image.Describe(*pSection) + " has the name " + sName + " already");
+    }
+  }
+}
+
+C_ImageSection& C_ImageEditor::Z_AppendSection(const std::string& sName, DWORD dwType) {
+  if (!m_Image.NameTable()) m_Image.AddNameTable();
+  auto pSection = std::make_unique<C_ImageSection>();
+  pSection->m_Name.m_sText = sName;
+  pSection->m_Header.sh_type = dwType;
+  pSection->m_Header.sh_addralign = 1;
+  m_Image.Sections().push_back(std::move(pSection));
+  return *m_Image.Sections().back();
+}
+
+void C_ImageEditor::RemoveSection(const std::string& sSelector) {
+  C_ImageSection& section = SelectSection(sSelector);
+  const std::string sWhat = "cannot remove section " + m_Image.Describe(section);
+  if (&section == m_Image.Sections().front().get()) ThrowImageFailure(sWhat + ": section 0 stands for no section");
+  if (&section == m_Image.NameTable()) ThrowImageFailure(sWhat + ": it holds the section names");
+  for (const auto& pOther : m_Image.Sections()) {
+    if (pOther.get() == &section) continue;
+    if (pOther->m_pLink == &section || pOther->m_pInfo == &section) {
+      ThrowImageFailure(sWhat + ": section " + m_Image.Describe(*pOther) + " links to it");
+    }
+    for (const auto& pSymbol : pOther->m_vSymbols) {
+      if (pSymbol->m_pSection == &section) ThrowImageFailure(sWhat + ": symbol " + pSymbol->m_Name.m_sText + " lives in it");
+    }
+  }
+  Z_RequireFollowed({SHT_KEL_SYMTAB}, "renumber the sections after " + m_Image.Describe(section));
+  auto& sections = m_Image.Sections();
+  sections.erase(std::find_if(sections.begin(), sections.end(), [&](const auto& p) { return p.get() == &section; }));
+}
+
+void C_ImageEditor::RenameSection(const std::string& sSelector, const std::string& sNewName) {
+  C_ImageSection& section = SelectSection(sSelector);
+  Z_RequireNewSectionName(sNewName);
+  section.m_Name = C_ImageName{sNewName};
+}
+
+void C_ImageEditor::SetSectionAddress(const std::string& sSelector, DWORD dwAddress) {
+  SelectSection(sSelector).m_Header.sh_addr = dwAddress;
+}
+
+void C_ImageEditor::AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType) {
+  Z_RequireNewSectionName(sName);
+  if (dwType == C_ImageSection::kNobitsType) ThrowImageFailure("a section of type 8 holds no bytes to add");
+  const DWORD dwRecord = RecordSizeOfType(dwType);
+  if (dwRecord != 0 && vData.size() % dwRecord != 0) {
+    ThrowImageFailure("section " + sName + " of type " + std::to_string(dwType) + " needs a multiple of " +
+                      std::to_string(dwRecord) + " bytes, not " + std::to_string(vData.size()));
+  }
+  C_ImageSection& section = Z_AppendSection(sName, dwType);
+  section.m_Header.sh_entsize = dwRecord;
+  if (dwRecord != 0 && dwType != kBankType) section.m_Header.sh_addralign = 4;
+  // A bank section has no load address.
+  if (dwType == kBankType) section.m_Header.sh_addr = 0xFFFFFFFFu;
+  section.m_vData = std::move(vData);
+}
+
+void C_ImageEditor::Z_RequireBytes(const C_ImageSection& section) const {
+  const std::string sWhat = "the contents of section " + m_Image.Describe(section);
+  if (section.m_eModel != SectionModel::kBytes) ThrowImageFailure(sWhat + " are records the image edits one by one");
+  if (!section.HasFileBytes()) ThrowImageFailure(sWhat + " take no bytes in the file (type 8)");
+  if (&section == m_Image.NameTable()) ThrowImageFailure(sWhat + " hold the section names");
+  for (const auto& pOther : m_Image.Sections()) {
+    if (pOther->m_eModel == SectionModel::kSymbols && pOther->m_pLink == &section) {
+      ThrowImageFailure(sWhat + " hold the names of the symbols of section " + m_Image.Describe(*pOther));
+    }
+  }
+}
+
+void C_ImageEditor::SetContents(const std::string& sSelector, std::vector<BYTE> vData) {
+  C_ImageSection& section = SelectSection(sSelector);
+  Z_RequireBytes(section);
+  section.m_vData = std::move(vData);
+}
+
+void C_ImageEditor::Z_RequireFreeBytes(const C_ImageSection& section, std::uint64_t qwFrom, std::uint64_t qwTo) const {
+  for (const auto& pTable : m_Image.Sections()) {
+    if (pTable->m_pInfo != &section || (pTable->m_Header.sh_type != SHT_KEL_RELXEB && pTable->m_Header.sh_type != SHT_KEL_RELXE)) continue;
+    if (pTable->m_eModel != SectionModel::kRelocations) {
+      ThrowImageFailure("section " + m_Image.Describe(*pTable) + " relocates section " + m_Image.Describe(section) +
+                        " with records that cannot be read; only a forced patch is made");
+    }
+    for (std::size_t i = 0; i < pTable->m_vRelocations.size(); ++i) {
+      // Offset counts bytes, 16-bit or 32-bit units as the one who relocates chooses: each unit
+      // it can name is taken as rewritten.
+      const std::uint64_t qwOffset = pTable->m_vRelocations[i].m_dwOffset;
+      const std::pair<std::uint64_t, std::uint64_t> units[] = {{qwOffset, 4}, {qwOffset * 2, 2}, {qwOffset * 4, 4}};
+      for (const auto& unit : units) {
+        if (unit.first < qwTo && qwFrom < unit.first + unit.second) {
+          ThrowImageFailure("bytes " + Hex(qwFrom) + ".." + Hex(qwTo - 1) + " of section " + m_Image.Describe(section) +
+                            " overlap the unit at " + Hex(unit.first) + " that relocation record " + std::to_string(i) +
+                            " of section " + m_Image.Describe(*pTable) + " rewrites; only a forced patch is made");
+        }
+      }
+    }
+  }
+}
+
+void C_ImageEditor::Patch(const std::string& sSelector, DWORD dwOffset, const std::vector<BYTE>& vBytes, bool bForce) {
+  C_ImageSection& section = SelectSection(sSelector);
+  Z_RequireBytes(section);
+  const std::uint64_t qwTo = std::uint64_t(dwOffset) + vBytes.size();
+  if (vBytes.empty()) ThrowImageFailure("a patch of no bytes");
+  if (qwTo > section.m_vData.size()) {
+    ThrowImageFailure("a patch of " + std::to_string(vBytes.size()) + " bytes at " + Hex(dwOffset) + " passes the end of section " +
+                      m_Image.Describe(section) + " (" + std::to_string(section.m_vData.size()) + " bytes)");
+  }
+  if (!bForce) Z_RequireFreeBytes(section, dwOffset, qwTo);
+  std::copy(vBytes.begin(), vBytes.end(), section.m_vData.begin() + dwOffset);
+}

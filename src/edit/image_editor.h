@@ -1,0 +1,50 @@
+// The edits an object image takes, each checked against every reference the image holds: an
+// edit that would leave a number naming nothing, or the wrong thing, is refused with words that
+// name the reference, and the image is left as it was.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "edit/object_image.h"
+
+class C_ImageEditor {
+ public:
+  explicit C_ImageEditor(C_ObjectImage& image) : m_Image(image) {}
+
+  // By index when sSelector is all digits, else the first section whose name equals it ignoring
+  // case, as the dump command selects.
+  C_ImageSection& SelectSection(const std::string& sSelector);
+
+  // Symbols are named in the symbol table that the image edits (C_ObjectImage::SymbolTable);
+  // a name that several symbols share is refused as ambiguous.
+  void RemoveSymbol(const std::string& sName);
+  void RenameSymbol(const std::string& sName, const std::string& sNewName);
+  void SetSymbolValue(const std::string& sName, DWORD dwValue);
+  // A symbol of no type and size 0; a local one goes before the first non-local symbol. The
+  // tables ".symtab" and ".symstrtab" are created when the object has none.
+  void AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal);
+
+  void RemoveSection(const std::string& sSelector);
+  void RenameSection(const std::string& sSelector, const std::string& sNewName);
+  void SetSectionAddress(const std::string& sSelector, DWORD dwAddress);
+  void AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType);
+  // Contents edits apply to sections the image keeps as bytes only.
+  void SetContents(const std::string& sSelector, std::vector<BYTE> vData);
+  // Refused where a relocation rewrites a byte of the range, unless bForce.
+  void Patch(const std::string& sSelector, DWORD dwOffset, const std::vector<BYTE>& vBytes, bool bForce);
+
+ private:
+  C_ImageSymbol& Z_FindSymbol(const std::string& sName);
+  // Refuses when a section of one of the types holds numbers the image does not follow.
+  void Z_RequireFollowed(std::initializer_list<DWORD> types, const std::string& sEdit) const;
+  void Z_RequireBytes(const C_ImageSection& section) const;
+  void Z_RequireNewSectionName(const std::string& sName) const;
+  C_ImageSection& Z_SymbolTableToAddTo();
+  C_ImageSection& Z_AppendSection(const std::string& sName, DWORD dwType);
+  void Z_RequireFreeBytes(const C_ImageSection& section, std::uint64_t qwFrom, std::uint64_t qwTo) const;
+
+  C_ObjectImage& m_Image;
+};
