@@ -1,6 +1,7 @@
 // The edit and save operations of the extended object documents: every edit goes to the
 // document's object image through the image editor, and a save writes the image and reads the
 // saved file back into the document.
+#include <exception>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -41,6 +42,10 @@ HRESULT C_KOfdELFX::Z_Guarded(Body body) {
     const HRESULT hrCode = error.Code() < 0 ? error.Code() : E_FAIL;
     SetCodeAndMessage(hrCode, error.Message().c_str());
     return hrCode;
+  } catch (const std::exception& error) {
+    // Nothing the standard library throws may unwind into a host built by another compiler.
+    SetCodeAndMessage(E_FAIL, error.what());
+    return E_FAIL;
   }
 }
 
