@@ -130,7 +130,8 @@ TEST(EditInterface, ACreatedObjectIsSavedAsAFileFirst) {
   EXPECT_EQ(document.Save(), E_FAIL);
   ASSERT_EQ(document.SaveCompactedAs(sOut.c_str()), S_OK);
   I_KOfdSection* pSection = nullptr;
-  ASSERT_EQ(Opened(sOut).document.FindSection(".data", &pSection), S_OK);
+  Opened saved(sOut);
+  ASSERT_EQ(saved.document.FindSection(".data", &pSection), S_OK);
   EXPECT_EQ(pSection->GetSize(), 3u);
 }
 
