@@ -19,6 +19,7 @@
 #include "host_views.h"
 #include "object/kofd_elf.h"
 #include "reloc/relocation_tables.h"
+#include "sections/symbol_table.h"
 
 namespace {
 
@@ -160,6 +161,11 @@ void CheckObjectOpens(const Exports& dll) {
   if (pObject) pObject->Destroy();
 }
 
+std::string FileBytes(const char* pszPath) {
+  std::ifstream in(pszPath, std::ios::binary);
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
 // The archive saves through the Win32 replacing output: a new file, then a replaced one, each the
 // same bytes as the archive read, and no temporary file left beside them.
 void CheckArchiveSaves(const Exports& dll) {
@@ -172,10 +178,7 @@ void CheckArchiveSaves(const Exports& dll) {
       pFile->AttachPath("sample.a", 0);
       pArchive->Open();
       const bool bSaved = pArchive->SaveAs("saved.a") == S_OK && pArchive->SaveAs("saved.a") == S_OK;
-      std::ifstream original("sample.a", std::ios::binary), saved("saved.a", std::ios::binary);
-      const std::string sOriginal((std::istreambuf_iterator<char>(original)), std::istreambuf_iterator<char>());
-      const std::string sSaved((std::istreambuf_iterator<char>(saved)), std::istreambuf_iterator<char>());
-      Check(bSaved && sSaved == sOriginal, "the sample archive saves over an existing file byte for byte");
+      Check(bSaved && FileBytes("saved.a") == FileBytes("sample.a"), "the sample archive saves over an existing file byte for byte");
       WIN32_FIND_DATAA found;
       const HANDLE hFind = FindFirstFileA("saved.a.kofd-*", &found);
       Check(hFind == INVALID_HANDLE_VALUE, "no temporary file is left beside the saved archive");
@@ -185,6 +188,89 @@ void CheckArchiveSaves(const Exports& dll) {
     }
   }
   if (pObject) pObject->Destroy();
+}
+
+// An object edited and saved through the library's interfaces, read back by a fresh document:
+// the edits are there, the rest is as it was, and a save without an edit keeps every byte.
+void CheckObjectEditsAndSaves(const Exports& dll) {
+  DeleteFileA("edited.o");
+  DeleteFileA("copied.o");
+  I_Unknown* pObject = dll.pfnCreateInstance("I_KOfdELFX");
+  I_KOfdELFX* pEdit = dynamic_cast<I_KOfdELFX*>(pObject);
+  I_File* pFile = dynamic_cast<I_File*>(pObject);
+  Check(pEdit && pFile, "an edit document converts to I_KOfdELFX and I_File");
+  if (pEdit && pFile) {
+    try {
+      pFile->AttachPath("sample.o", 0);
+      Check(pEdit->Read() == S_OK && pEdit->SaveAs("copied.o") == S_OK, "the sample object saves unedited");
+      Check(FileBytes("copied.o") == FileBytes("sample.o"), "an unedited save keeps every byte");
+      Check(pEdit->RenameSection(".data", ".vars") == S_OK, "a section is renamed");
+      Check(pEdit->AddSymbol("added_here", ".text", 0x24, 1) == S_OK, "a symbol is added");
+      Check(pEdit->SetSymbolValue("led_toggle", 0x1234) == S_OK, "a symbol's value is set");
+      const HRESULT hrRefused = pEdit->RemoveSection(".text");
+      const char* pszText = nullptr;
+      dynamic_cast<I_Exception*>(pObject)->GetMessageText(&pszText);
+      Check(hrRefused == E_FAIL && pszText && strstr(pszText, "cannot remove section 1 (.text): "), "a refused edit says why", pszText ? pszText : "");
+      Check(pEdit->SaveAs("edited.o") == S_OK, "the edited object saves");
+    } catch (C_Exception& error) {
+      Check(false, "editing the sample object", error.Message());
+    }
+  }
+  if (pObject) pObject->Destroy();
+
+  I_Unknown* pSample = dll.pfnCreateInstance("I_KOfdELF");
+  I_KOfdELF* pOriginal = dynamic_cast<I_KOfdELF*>(pSample);
+  I_Unknown* pSaved = dll.pfnCreateInstance("I_KOfdELF");
+  I_KOfdELF* pElf = dynamic_cast<I_KOfdELF*>(pSaved);
+  I_File* pSavedFile = dynamic_cast<I_File*>(pSaved);
+  if (pElf && pSavedFile && pOriginal) {
+    try {
+      dynamic_cast<I_File*>(pSample)->AttachPath("sample.o", 0);
+      Check(pOriginal->Read() == S_OK, "the sample object opens beside the edited one");
+      pSavedFile->AttachPath("edited.o", 0);
+      Check(pElf->Read() == S_OK, "the edited object opens");
+      DWORD dwCount = 0;
+      pElf->GetSectionCount(&dwCount);
+      const char* pszName = nullptr;
+      pElf->GetSectionName(2, &pszName);
+      Check(dwCount == 16 && pszName && strcmp(pszName, ".vars") == 0, "the renamed section keeps its place", pszName ? pszName : "");
+      I_KOfdSymbolTable* pSymbols = nullptr;
+      ELF32_SYM* pAdded = nullptr;
+      ELF32_SYM* pSet = nullptr;
+      Check(pElf->GetSymbolTable(&pSymbols) == S_OK && pSymbols && pSymbols->FindSymbol("added_here", &pAdded) == S_OK &&
+                pSymbols->FindSymbol("led_toggle", &pSet) == S_OK,
+            "the added and the set symbols are found");
+      Check(pAdded && pAdded->st_value == 0x24 && pAdded->st_shndx == 1, "the added symbol's value and section");
+      Check(pSet && pSet->st_value == 0x1234, "the set symbol's value");
+      I_KOfdSection* pSection = nullptr;
+      pElf->FindSection(".relxeb.text", &pSection);
+      I_KOfdRelxebTable* pRelocations = dynamic_cast<I_KOfdRelxebTable*>(pSection);
+      char szText[256] = "";
+      Check(pRelocations && pRelocations->GetExpressionText(0, szText, sizeof szText) == S_OK &&
+                std::string(szText) == "(led_toggle>>2)",
+            "the relocations still name their symbols", szText);
+      // The symbol tables and the section names grew; every other section is as it was.
+      std::string sChanged;
+      for (DWORD i = 0; i < dwCount; ++i) {
+        const char* pszNow = nullptr;
+        const char* pszWas = nullptr;
+        pElf->GetSectionName(i, &pszNow);
+        pOriginal->GetSectionName(i, &pszWas);
+        const bool bRenamed = i == 2, bGrew = i == 3 || i == 4 || i == 15;
+        if (!bRenamed && (!pszNow || !pszWas || strcmp(pszNow, pszWas) != 0)) sChanged += " name of " + std::to_string(i);
+        I_KOfdSection* pNow = nullptr;
+        I_KOfdSection* pWas = nullptr;
+        pElf->GetSection(i, &pNow);
+        pOriginal->GetSection(i, &pWas);
+        if (!bGrew && pNow && pWas && pNow->GetSize() != pWas->GetSize()) sChanged += " size of " + std::to_string(i);
+      }
+      Check(sChanged.empty(), "the sections not edited are as they were", sChanged);
+    } catch (C_Exception& error) {
+      Check(false, "reading the edited object", error.Message());
+    }
+  }
+  if (pSaved) pSaved->Destroy();
+  if (pSample) pSample->Destroy();
 }
 
 // The first line where two texts differ, for the report of a failed comparison.
@@ -245,6 +331,7 @@ int main(int argc, char** argv) {
     CheckExceptionCrossesBoundary(dll);
     CheckObjectOpens(dll);
     CheckArchiveSaves(dll);
+    CheckObjectEditsAndSaves(dll);
     INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_TREEVIEW_CLASSES | ICC_LISTVIEW_CLASSES};
     Check(InitCommonControlsEx(&controls) != FALSE, "common controls load");
     CheckBrowseOnRealControls(dll, "sample.o", "browse_sample_o.txt");

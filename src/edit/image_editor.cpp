@@ -261,3 +261,81 @@ void C_ImageEditor::Patch(const std::string& sSelector, DWORD dwOffset, const st
   if (!bForce) Z_RequireFreeBytes(section, dwOffset, qwTo);
   std::copy(vBytes.begin(), vBytes.end(), section.m_vData.begin() + dwOffset);
 }
+
+// ---- Expressions and relocations ----------------------------------------------------------
+
+namespace {
+
+constexpr DWORD kSymToken = 13;
+
+// The symbol table a table of tokens links to, when the image models it.
+C_ImageSection* LinkedSymbols(const C_ImageSection& tokens) {
+  return tokens.m_pLink && tokens.m_pLink->m_eModel == SectionModel::kSymbols ? tokens.m_pLink : nullptr;
+}
+
+}  // namespace
+
+DWORD C_ImageEditor::AddExpression(const std::vector<KEL_EXP>& vTokens) {
+  if (vTokens.empty()) ThrowImageFailure("an expression of no tokens");
+  C_ImageSection* pTable = nullptr;
+  for (const auto& pSection : m_Image.Sections()) {
+    if (pSection->m_eModel == SectionModel::kTokens) pTable = pSection.get();
+  }
+  if (!pTable) ThrowImageFailure("the object has no expression table whose records can be read");
+  C_ImageSection* pSymbols = LinkedSymbols(*pTable);
+  // Every token is checked before the first goes in, so that a refusal adds nothing.
+  std::vector<std::unique_ptr<C_ImageToken>> vNew;
+  for (std::size_t i = 0; i < vTokens.size(); ++i) {
+    auto pToken = std::make_unique<C_ImageToken>();
+    pToken->m_dwType = vTokens[i].Type;
+    pToken->m_dwValue = vTokens[i].Value;
+    if (vTokens[i].Type == kSymToken) {
+      if (!pSymbols || vTokens[i].Value >= pSymbols->m_vSymbols.size()) {
+        ThrowImageFailure("token " + std::to_string(i) + " names symbol " + std::to_string(vTokens[i].Value) + ", which section " +
+                          m_Image.Describe(*pTable) + " cannot reach");
+      }
+      pToken->m_pSymbol = pSymbols->m_vSymbols[vTokens[i].Value].get();
+    }
+    vNew.push_back(std::move(pToken));
+  }
+  const DWORD dwFirst = static_cast<DWORD>(pTable->m_vTokens.size());
+  for (auto& pToken : vNew) pTable->m_vTokens.push_back(std::move(pToken));
+  return dwFirst;
+}
+
+void C_ImageEditor::AddRelocation(const std::string& sTarget, const KEL_RELXEB& record) {
+  C_ImageSection& target = SelectSection(sTarget);
+  C_ImageSection* pTable = nullptr;
+  for (const auto& pSection : m_Image.Sections()) {
+    if (pSection->m_eModel == SectionModel::kRelocations && pSection->m_pInfo == &target) {
+      pTable = pSection.get();
+      break;
+    }
+  }
+  const std::string sWhat = "cannot relocate section " + m_Image.Describe(target);
+  if (!pTable) ThrowImageFailure(sWhat + ": no relocation table whose records can be read relocates it");
+  C_ImageSection* pTokens = pTable->m_pLink && pTable->m_pLink->m_eModel == SectionModel::kTokens ? pTable->m_pLink : nullptr;
+  if (!pTokens) ThrowImageFailure(sWhat + ": section " + m_Image.Describe(*pTable) + " links to no expression table");
+  if (record.exp_start > record.exp_end || record.exp_end >= pTokens->m_vTokens.size()) {
+    ThrowImageFailure(sWhat + ": tokens " + std::to_string(record.exp_start) + ".." + std::to_string(record.exp_end) +
+                      " are no run of the " + std::to_string(pTokens->m_vTokens.size()) + " of section " + m_Image.Describe(*pTokens));
+  }
+  // The shorter record holds 16-bit run bounds: a longer run would fail only at the save.
+  if (pTable->m_Header.sh_type == SHT_KEL_RELXE && record.exp_end > 0xFFFF) {
+    ThrowImageFailure(sWhat + ": section " + m_Image.Describe(*pTable) + " holds run bounds up to 65535 only");
+  }
+  const DWORD dwSymbol = record.Info >> 8;
+  C_ImageSection* pSymbols = LinkedSymbols(*pTokens);
+  if (dwSymbol != 0 && (!pSymbols || dwSymbol >= pSymbols->m_vSymbols.size())) {
+    ThrowImageFailure(sWhat + ": symbol " + std::to_string(dwSymbol) + " is none that section " + m_Image.Describe(*pTokens) + " reaches");
+  }
+  C_ImageRelocation relocation;
+  relocation.m_dwOffset = record.Offset;
+  relocation.m_byType = static_cast<BYTE>(record.Info & 0xFF);
+  relocation.m_pSymbol = pSymbols && dwSymbol < pSymbols->m_vSymbols.size() ? pSymbols->m_vSymbols[dwSymbol].get() : nullptr;
+  relocation.m_wBitStart = record.to_start;
+  relocation.m_wBitEnd = record.to_end;
+  relocation.m_pFirst = pTokens->m_vTokens[record.exp_start].get();
+  relocation.m_pLast = pTokens->m_vTokens[record.exp_end].get();
+  pTable->m_vRelocations.push_back(relocation);
+}

@@ -36,6 +36,13 @@ class C_ImageEditor {
   // Refused where a relocation rewrites a byte of the range, unless bForce.
   void Patch(const std::string& sSelector, DWORD dwOffset, const std::vector<BYTE>& vBytes, bool bForce);
 
+  // Appends tokens to the expression table (the last one the image models); a SYM token's value
+  // indexes the symbol table that expression table links to. Returns the first token's index.
+  DWORD AddExpression(const std::vector<KEL_EXP>& vTokens);
+  // Appends a record to the first modelled relocation table whose Info names the target; its
+  // symbol index and run bounds index the symbols and tokens that table reaches.
+  void AddRelocation(const std::string& sTarget, const KEL_RELXEB& record);
+
  private:
   C_ImageSymbol& Z_FindSymbol(const std::string& sName);
   // Refuses when a section of one of the types holds numbers the image does not follow.

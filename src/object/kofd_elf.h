@@ -3,7 +3,9 @@
 // the one before it does not build, and the extended classes build on the newest revision.
 #pragma once
 
+#include <memory>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include "frame/exception.h"
@@ -13,6 +15,7 @@
 
 class I_KOfdSymbolTable;
 class I_KOfdExpressionTable;
+class C_ObjectImage;
 
 class I_KOfdELF : public virtual I_Unknown {
  public:
@@ -53,9 +56,43 @@ class I_KOfdELF : public virtual I_Unknown {
 class I_KOfdELF2 : public virtual I_KOfdELF {};
 class I_KOfdELF3 : public virtual I_KOfdELF2 {};
 class I_KOfdELF4 : public virtual I_KOfdELF3 {};
-class I_KOfdELFX : public virtual I_KOfdELF4 {};
+// Edits and saves. The first edit reads the opened object into an editable image (or Create
+// makes a new one); the edits change that image alone, and the read operations above show the
+// file as last read or saved. Every operation returns S_OK or records its failure as the last
+// error and returns its code: a refused edit (E_FAIL, with words naming what stands in its way)
+// changes nothing. Sections are selected by index (all digits) or by name ignoring case.
+class I_KOfdELFX : public virtual I_KOfdELF4 {
+ public:
+  // A new object of no sections but its ".shstrtab", to be saved with SaveAs; dwType is 16-bit.
+  virtual HRESULT Create(DWORD dwChip, DWORD dwType) = 0;
+  virtual HRESULT AddSection(const char* pszName, DWORD dwType, const BYTE* pData, DWORD dwSize) = 0;
+  virtual HRESULT RemoveSection(const char* pszSelector) = 0;
+  virtual HRESULT RenameSection(const char* pszSelector, const char* pszNewName) = 0;
+  virtual HRESULT SetSectionAddress(const char* pszSelector, DWORD dwAddress) = 0;
+  virtual HRESULT SetContents(const char* pszSelector, const BYTE* pData, DWORD dwSize) = 0;
+  // Refused where a relocation rewrites a byte of the range, unless dwForce is non-zero.
+  virtual HRESULT Patch(const char* pszSelector, DWORD dwOffset, const BYTE* pBytes, DWORD dwSize, DWORD dwForce) = 0;
+  // dwGlobal non-zero for a global symbol, else a local one.
+  virtual HRESULT AddSymbol(const char* pszName, const char* pszSection, DWORD dwValue, DWORD dwGlobal) = 0;
+  virtual HRESULT RemoveSymbol(const char* pszName) = 0;
+  virtual HRESULT RenameSymbol(const char* pszName, const char* pszNewName) = 0;
+  virtual HRESULT SetSymbolValue(const char* pszName, DWORD dwValue) = 0;
+  // Appends dwCount tokens to the expression table, as the file holds them (a SYM token's value
+  // indexes the symbol table the expression table links to); *pdwFirst receives the first's index.
+  virtual HRESULT AddExpression(const KEL_EXP* pTokens, DWORD dwCount, DWORD* pdwFirst) = 0;
+  // Appends a record to the relocation table that relocates the target section: Info's symbol
+  // index and the run exp_start..exp_end index that table's symbols and expression tokens.
+  virtual HRESULT AddRelocation(const char* pszTarget, const KEL_RELXEB* pRecord) = 0;
+  // Writes the object, edited or not, over the document's own file or to pszPath (replacing it
+  // whole, atomically), then reads the saved file: after SaveAs the document is that file.
+  virtual HRESULT Save() = 0;
+  virtual HRESULT SaveAs(const char* pszPath) = 0;
+};
+
 class I_KOfdELFX2 : public virtual I_KOfdELFX {
  public:
+  // SaveAs with every section laid out afresh in index order, the section header table last.
+  virtual HRESULT SaveCompactedAs(const char* pszPath) = 0;
   // Appends the whole-file dump (file header, program headers, section headers, symbols) to
   // the named file, which is replaced whole. E_FAIL, changing nothing, when it cannot be written
   // (the failure recorded as the last error); E_POINTER when no file header has been read.
@@ -172,11 +209,47 @@ class C_KOfdELF4 : public virtual I_KOfdELF4, public C_KOfdELF3 {
   HRESULT CreateSectionForType(DWORD dwType, I_KOfdSection** ppSection) override;
 };
 
-class C_KOfdELFX : public virtual I_KOfdELFX, public C_KOfdELF4 {};
+class C_KOfdELFX : public virtual I_KOfdELFX, public C_KOfdELF4 {
+ public:
+  C_KOfdELFX();
+  ~C_KOfdELFX() override;
+
+  HRESULT Create(DWORD dwChip, DWORD dwType) override;
+  HRESULT AddSection(const char* pszName, DWORD dwType, const BYTE* pData, DWORD dwSize) override;
+  HRESULT RemoveSection(const char* pszSelector) override;
+  HRESULT RenameSection(const char* pszSelector, const char* pszNewName) override;
+  HRESULT SetSectionAddress(const char* pszSelector, DWORD dwAddress) override;
+  HRESULT SetContents(const char* pszSelector, const BYTE* pData, DWORD dwSize) override;
+  HRESULT Patch(const char* pszSelector, DWORD dwOffset, const BYTE* pBytes, DWORD dwSize, DWORD dwForce) override;
+  HRESULT AddSymbol(const char* pszName, const char* pszSection, DWORD dwValue, DWORD dwGlobal) override;
+  HRESULT RemoveSymbol(const char* pszName) override;
+  HRESULT RenameSymbol(const char* pszName, const char* pszNewName) override;
+  HRESULT SetSymbolValue(const char* pszName, DWORD dwValue) override;
+  HRESULT AddExpression(const KEL_EXP* pTokens, DWORD dwCount, DWORD* pdwFirst) override;
+  HRESULT AddRelocation(const char* pszTarget, const KEL_RELXEB* pRecord) override;
+  HRESULT Save() override;
+  HRESULT SaveAs(const char* pszPath) override;
+
+ protected:
+  HRESULT Y_SaveTo(const char* pszPath, bool bCompact);
+
+ private:
+  template <class Body>
+  HRESULT Z_Guarded(Body body);
+  template <class Edit>
+  HRESULT Z_Edit(Edit edit);
+  // The image, read from the document's file on the first edit.
+  C_ObjectImage& Z_Image();
+
+  std::unique_ptr<C_ObjectImage> m_pImage;
+  // Made by Create and not saved yet: there is no file of its own to save over.
+  bool m_bCreated = false;
+};
 
 class C_KOfdELFX2 : public virtual I_KOfdELFX2, public C_KOfdELFX {
  public:
   HRESULT DumpFile(const char* pszFileName) override;
+  HRESULT SaveCompactedAs(const char* pszPath) override;
 
  private:
   void Z_DumpWholeFile(std::ostream& file, const KEL_EHDR& header);
