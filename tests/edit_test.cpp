@@ -215,3 +215,21 @@ TEST(EditImage, ANewObjectTakesSectionsAndSymbols) {
 }
 
 }  // namespace
+
+// A group section of libc.a's objects, converted, keeps its signature symbol's index in Info:
+// removing an earlier section must renumber only what names sections.
+TEST(EditImage, RemovingASectionLeavesTheInfoOfAnUnknownTypeAlone) {
+  TempDir dir;
+  ObjectBuilder builder;
+  builder.AddSection(MakeSection(".note", kelf_test::kShtPrgbit, Bytes{1, 2, 3, 4}));
+  const std::size_t group = builder.AddSection(MakeSection(".group", 0x1011, Bytes{1, 0, 0, 0}));
+  builder.SectionAt(group).info = 2;  // a number that is also a later section's index
+  builder.SectionAt(group).entsize = 4;
+  kelf_test::WriteFile(dir.Path("in.o"), builder.Build());
+  Loaded loaded(dir.Path("in.o"));
+  C_ImageEditor(*loaded.image).RemoveSection(".note");
+  Save(*loaded.image, dir.Path("out.o"));
+
+  Loaded saved(dir.Path("out.o"));
+  EXPECT_EQ(saved.image->Sections()[1]->m_Header.sh_info, 2u);
+}

@@ -145,8 +145,13 @@ void C_ObjectImage::Z_LoadSections(I_KOfdELF& document) {
   }
   for (auto& pSection : m_vSections) {
     pSection->m_pLink = Z_Named(pSection->m_Header.sh_link);
-    // A symbol table's Info counts symbols; it names no section.
-    if (pSection->m_Header.sh_type != SHT_KEL_SYMTAB) pSection->m_pInfo = Z_Named(pSection->m_Header.sh_info);
+    // Info names a section only in a relocation table or where the flag 0x40 (info link) says
+    // so; elsewhere (a symbol table's count, a group's symbol, an unknown type's own use) it is
+    // a number that removing a section must not renumber.
+    const DWORD dwType = pSection->m_Header.sh_type;
+    const bool bInfoNamesSection = dwType == SHT_KEL_RELX || dwType == SHT_KEL_RELXE || dwType == SHT_KEL_RELXEB ||
+                                   (pSection->m_Header.sh_flags & 0x40) != 0;
+    if (bInfoNamesSection) pSection->m_pInfo = Z_Named(pSection->m_Header.sh_info);
   }
   m_pNameTable = Z_Named(m_Header.e_shstrndx);
   m_wRawNameTable = m_Header.e_shstrndx;
