@@ -1,9 +1,7 @@
 // kofd edit IN [-o OUT] EDIT...: the object read into an image, edited in a fixed order
 // (remove, rename, set, add) and saved; kofd new OUT: an empty object to edit.
 #include <cstdio>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -69,14 +67,6 @@ std::pair<std::string, std::string> SplitAssignment(const std::string& sOption, 
   return {sArgument.substr(0, nAt), sArgument.substr(nAt + 1)};
 }
 
-std::vector<BYTE> ReadWholeFile(const std::string& sPath) {
-  std::ifstream in(sPath, std::ios::binary);
-  if (!in.is_open()) Fail("cannot open " + sPath);
-  std::vector<BYTE> vData((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (in.bad()) Fail("cannot read " + sPath);
-  return vData;
-}
-
 std::vector<BYTE> HexBytes(const std::string& sOption, const std::string& sArgument, const std::string& sText) {
   if (sText.empty() || sText.size() % 2 != 0 || sText.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
     Usage(sOption, sArgument, "HEXBYTES must be pairs of hexadecimal digits");
@@ -113,7 +103,7 @@ std::vector<Edit> ParseEdits(const EditOptions& options) {
   }
   for (const std::string& sArg : options.vSetContents) {
     const auto parts = SplitAssignment("--set-contents", sArg, false);
-    edits.push_back([parts](C_ImageEditor& e) { e.SetContents(parts.first, ReadWholeFile(parts.second)); });
+    edits.push_back([parts](C_ImageEditor& e) { e.SetContents(parts.first, ReadFileBytes(parts.second.c_str())); });
   }
   for (const std::string& sArg : options.vPatch) {
     const auto parts = SplitAssignment("--patch", sArg, true);
@@ -130,7 +120,7 @@ std::vector<Edit> ParseEdits(const EditOptions& options) {
     DWORD dwType = SHT_KEL_PROGBITS;
     const std::size_t nColon = parts.second.rfind(':');
     if (nColon != std::string::npos && ParseNumber(parts.second.substr(nColon + 1), 0xFFFFFFFFu, &dwType)) parts.second.resize(nColon);
-    edits.push_back([parts, dwType](C_ImageEditor& e) { e.AddSection(parts.first, ReadWholeFile(parts.second), dwType); });
+    edits.push_back([parts, dwType](C_ImageEditor& e) { e.AddSection(parts.first, ReadFileBytes(parts.second.c_str()), dwType); });
   }
   for (const std::string& sArg : options.vAddSymbol) {
     const auto parts = SplitAssignment("--add-symbol", sArg, false);
@@ -155,13 +145,14 @@ int UsageFailure(const std::string& sCommand, const UsageError& error) {
   return kExitUsage;
 }
 
-// Failures name the file they concern; texts that quote names from a file are escaped.
+// Failures name the file they concern; the image's refusals quote names from the file, so they
+// are escaped, while the library's own texts stay as they are.
 template <class Body>
 int RunEscaped(const std::string& sFile, Body&& body) {
   return RunReporting(sFile, [&] {
     try {
       return body();
-    } catch (const C_Exception& error) {
+    } catch (const C_ImageFailure& error) {
       return ReportFailure(sFile, EscapeText(error.Message()));
     }
   });

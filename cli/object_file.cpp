@@ -1,12 +1,11 @@
 #include "object_file.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <string>
 
 #include "escape.h"
-
 #include "frame/fileio.h"
+#include "frame/text.h"
 #include "report.h"
 
 namespace cli {
@@ -30,15 +29,12 @@ std::unique_ptr<C_KOfdELF4> OpenObject(const std::string& sPath) {
 
 I_KOfdSection* SelectSection(I_KOfdELF& document, const std::string& sSelector) {
   I_KOfdSection* pSection = nullptr;
-  const bool bIndex = !sSelector.empty() && sSelector.find_first_not_of("0123456789") == std::string::npos;
-  if (!bIndex) {
+  std::uint64_t qwIndex = 0;
+  if (!kofd_text::SelectorIndex(sSelector, &qwIndex)) {
     const HRESULT hr = document.FindSection(sSelector.c_str(), &pSection);
     if (hr != S_OK) Fail("no section named " + EscapeText(sSelector), hr);
     return pSection;
   }
-  // An index too large for 32 bits names no section, like any other index past the end.
-  std::uint64_t qwIndex = 0;
-  for (char ch : sSelector) qwIndex = std::min<std::uint64_t>(qwIndex * 10 + static_cast<unsigned>(ch - '0'), 1ull << 32);
   DWORD dwCount = 0;
   document.GetSectionCount(&dwCount);
   const HRESULT hr = qwIndex < dwCount ? document.GetSection(static_cast<DWORD>(qwIndex), &pSection) : KE_OUT_OF_RANGE;

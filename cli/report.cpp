@@ -11,7 +11,7 @@ int ReportFailure(const std::string& sFile, const C_Exception& error) { return R
 int ReportFailure(const std::string& sFile, HRESULT hrCode) { return ReportFailure(sFile, DescribeCode(hrCode)); }
 
 int ReportFailure(const std::string& sFile, const std::string& sWhat, HRESULT hrCode) {
-  return ReportFailure(sFile, sWhat + " (" + FormatCode(hrCode) + ")");
+  return ReportFailure(sFile, WithCode(sWhat, hrCode));
 }
 
 int ReportOutOfMemory(const std::string& sFile) {
@@ -32,6 +32,8 @@ std::string FormatCode(HRESULT hrCode) {
   return szCode;
 }
 
+std::string WithCode(const std::string& sWhat, HRESULT hrCode) { return sWhat + " (" + FormatCode(hrCode) + ")"; }
+
 std::string DescribeCode(HRESULT hrCode) {
   const char* pszWords = "the operation failed";
   switch (static_cast<DWORD>(hrCode)) {
@@ -43,13 +45,13 @@ std::string DescribeCode(HRESULT hrCode) {
       if ((static_cast<DWORD>(hrCode) & 0xFFFF0000u) == 0x80040000u) pszWords = "the file is damaged or cannot be read";
       break;
   }
-  return std::string(pszWords) + " (" + FormatCode(hrCode) + ")";
+  return WithCode(pszWords, hrCode);
 }
 
 void Fail(const std::string& sMessage) { throw C_Exception(E_FAIL, sMessage.c_str()); }
 
 void Fail(const std::string& sWhat, HRESULT hrCode) {
-  throw C_Exception(hrCode, (sWhat + " (" + FormatCode(hrCode) + ")").c_str());
+  throw C_Exception(hrCode, WithCode(sWhat, hrCode).c_str());
 }
 
 void ThrowIfFailed(HRESULT hr, I_Unknown* pObject) {

@@ -24,6 +24,8 @@ int ReportOutOfMemory(const std::string& sFile);
 int ReportFailure(const std::string& sFile, const std::string& sMessage);
 // A bare code as the messages show it: 0x%08x.
 std::string FormatCode(HRESULT hrCode);
+// sWhat followed by the code: "no section 99, the object has 16 (0x800403f1)".
+std::string WithCode(const std::string& sWhat, HRESULT hrCode);
 // Words for a bare code, then the code: "out of memory (0x8007000e)".
 std::string DescribeCode(HRESULT hrCode);
 

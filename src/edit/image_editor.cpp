@@ -34,10 +34,8 @@ std::string Hex(std::uint64_t qwValue) {
 
 C_ImageSection& C_ImageEditor::SelectSection(const std::string& sSelector) {
   auto& sections = m_Image.Sections();
-  const bool bIndex = !sSelector.empty() && sSelector.find_first_not_of("0123456789") == std::string::npos;
-  if (bIndex) {
-    std::uint64_t qwIndex = 0;
-    for (char ch : sSelector) qwIndex = std::min<std::uint64_t>(qwIndex * 10 + static_cast<unsigned>(ch - '0'), 1ull << 32);
+  std::uint64_t qwIndex = 0;
+  if (kofd_text::SelectorIndex(sSelector, &qwIndex)) {
     if (qwIndex >= sections.size()) {
       ThrowImageFailure("no section " + sSelector + ", the object has " + std::to_string(sections.size()));
     }

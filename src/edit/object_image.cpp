@@ -58,7 +58,7 @@ void StoreImageName(C_ImageSection& table, C_ImageName& name) {
   table.m_vData.push_back(0);
 }
 
-void ThrowImageFailure(const std::string& sReason) { throw C_Exception(E_FAIL, sReason.c_str()); }
+void ThrowImageFailure(const std::string& sReason) { throw C_ImageFailure(sReason); }
 
 // ---- Building ------------------------------------------------------------------------------
 
@@ -94,23 +94,25 @@ C_ObjectImage::C_ObjectImage(I_KOfdELF& document, const char* pszPath) {
     ThrowLibraryError(false, E_POINTER, "file header at C_ObjectImage");
   }
   m_Header = *pRecord;
-  Z_ReadFile(pszPath);
+  m_vOriginal = ReadFileBytes(pszPath);
   Z_LoadSections(document);
 }
 
-void C_ObjectImage::Z_ReadFile(const char* pszPath) {
+std::vector<BYTE> ReadFileBytes(const char* pszPath) {
   HANDLE hFile = nullptr;
   if (OpenFileForRead(pszPath, &hFile) != S_OK) ThrowLibraryError(true, KE_OPEN_FAILED, pszPath);
+  std::vector<BYTE> vBytes;
   std::uint64_t qwSize = 0;
   DWORD dwRead = 0;
   bool bRead = platform::FileSize(hFile, &qwSize) && qwSize <= 0xFFFFFFFFu;
   if (bRead) {
-    m_vOriginal.resize(static_cast<std::size_t>(qwSize));
-    bRead = qwSize == 0 || (ReadFileBlockCounted(hFile, m_vOriginal.data(), 1, static_cast<DWORD>(qwSize), &dwRead) == S_OK && dwRead == qwSize);
+    vBytes.resize(static_cast<std::size_t>(qwSize));
+    bRead = qwSize == 0 || (ReadFileBlockCounted(hFile, vBytes.data(), 1, static_cast<DWORD>(qwSize), &dwRead) == S_OK && dwRead == qwSize);
     if (!bRead && dwRead != 0) platform::SetEndOfFileError();
   }
   CloseFileHandle(hFile);
   if (!bRead) ThrowLibraryError(true, KE_READ_FAILED, pszPath);
+  return vBytes;
 }
 
 C_ImageSection* C_ObjectImage::Z_Named(DWORD dwIndex) const {

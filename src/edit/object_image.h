@@ -13,10 +13,15 @@
 #include <utility>
 #include <vector>
 
+#include "frame/exception.h"
 #include "object/kelf_records.h"
 
 class I_KOfdELF;
 class C_ImageSection;
+
+// The whole of an ordinary file, through the platform's checked open: 1013 when it cannot be
+// opened (a FIFO or device included), 1016 when it cannot be read whole.
+std::vector<BYTE> ReadFileBytes(const char* pszPath);
 
 // Offset of a name not stored yet in its string table.
 constexpr DWORD kNoNameOffset = 0xFFFFFFFFu;
@@ -137,7 +142,6 @@ class C_ObjectImage {
   DWORD IndexOf(const C_ImageSection& section) const;
 
  private:
-  void Z_ReadFile(const char* pszPath);
   void Z_LoadSections(I_KOfdELF& document);
   void Z_LoadSymbols(C_ImageSection& table);
   void Z_LoadTokens(C_ImageSection& table);
@@ -161,6 +165,12 @@ class C_ObjectImage {
 };
 
 // An edit or a save the image cannot make, with words that say why; the caller adds nothing.
+// A refusal of the image's own, as E_FAIL: its text quotes names from the file as they are,
+// and the tool escapes them where it shows the text.
+class C_ImageFailure : public C_Exception {
+ public:
+  explicit C_ImageFailure(const std::string& sReason) : C_Exception(E_FAIL, sReason.c_str()) {}
+};
 [[noreturn]] void ThrowImageFailure(const std::string& sReason);
 // Reads the name at dwOffset of a string table's bytes; false when no NUL ends it inside them.
 bool ReadImageString(const std::vector<BYTE>& vTable, DWORD dwOffset, std::string* psText);
