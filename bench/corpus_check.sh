@@ -83,6 +83,10 @@ for x in "$work/kelf"/*.kelf; do
   kind=add-section; checks=$((checks + 1))
   edit --add-section .corpus.added="$work/sixteen.bin" && only "SH:[0-9]+|EH:SHOff|EH:SHNum|B[0-9]+:.*"
   [ -n "$(changes "$work/d0" "$work/d1" | grep -a '^<' | grep -av -E "^< (SH:$shstrndx|EH:SHOff|EH:SHNum)	")" ] && fail "add-section changed an existing line"
+  kind=add-bank; checks=$((checks + 1))
+  edit --add-bank 0x100=3 && only "SH:[0-9]+|EH:SHOff|EH:SHNum|B[0-9]+:.*"
+  [ -n "$(changes "$work/d0" "$work/d1" | grep -a '^<' | grep -av -E "^< (SH:$shstrndx|EH:SHOff|EH:SHNum)	")" ] && fail "add-bank changed an existing line"
+  grep -a -q -E 'Bank Information	 +100 +3$' "$work/d1" || fail "add-bank: no record 100 3 in the dump"
   kind=compact; checks=$((checks + 1))
   edit --compact && { only "SH:[0-9]+|EH:SHOff"; for s in $(grep -a -o '^SH:[0-9]*' "$work/d0"); do column_only "$s" 5; done; }
   if [ -n "$plain" ]; then

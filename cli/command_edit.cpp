@@ -21,7 +21,7 @@ namespace {
 struct EditOptions {
   std::string sPath, sOutput;
   std::vector<std::string> vSetSymbol, vRenameSymbol, vAddSymbol, vRemoveSymbol;
-  std::vector<std::string> vRenameSection, vSetAddress, vAddSection, vRemoveSection, vSetContents, vPatch;
+  std::vector<std::string> vRenameSection, vSetAddress, vAddSection, vRemoveSection, vSetContents, vPatch, vAddBank;
   bool bCompact = false;
   bool bForce = false;
 };
@@ -137,6 +137,12 @@ std::vector<Edit> ParseEdits(const EditOptions& options) {
     const std::string sSection = sRest.substr(0, nColon), sName = parts.first;
     edits.push_back([sName, sSection, dwValue, bGlobal](C_ImageEditor& e) { e.AddSymbol(sName, sSection, dwValue, bGlobal); });
   }
+  for (const std::string& sArg : options.vAddBank) {
+    const auto parts = SplitAssignment("--add-bank", sArg, false);
+    const DWORD dwAddress = NumberArgument("--add-bank", sArg, parts.first);
+    const DWORD dwBank = NumberArgument("--add-bank", sArg, parts.second);
+    edits.push_back([dwAddress, dwBank](C_ImageEditor& e) { e.AddBankRecord(dwAddress, dwBank); });
+  }
   return edits;
 }
 
@@ -220,6 +226,7 @@ void RegisterEdit(CLI::App& app, CommandResult& result) {
       {"--patch", &options->vPatch, "SEL:OFFSET=HEXBYTES: overwrite bytes of a section"},
       {"--add-section", &options->vAddSection, "NAME=FILE[:TYPE]: a new section (type 1 unless given) holding FILE's bytes"},
       {"--add-symbol", &options->vAddSymbol, "NAME=SEL:VALUE[:local|global]: a new symbol (global unless told)"},
+      {"--add-bank", &options->vAddBank, "ADDR=BANK: a bank table record (\".bankinfo\" is created when there is none)"},
   };
   for (const auto& edit : edits) command->add_option(edit.pszName, *edit.pValues, edit.pszHelp);
   command->add_flag("--compact", options->bCompact, "Lay every section out afresh in index order, the section header table last");

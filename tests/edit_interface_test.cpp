@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "sections/bank_table.h"
 #include "frame_temp_dir.h"
 #include "kelf_writer.h"
 #include "object/kofd_elf.h"
@@ -127,12 +128,22 @@ TEST(EditInterface, ACreatedObjectIsSavedAsAFileFirst) {
   ASSERT_EQ(document.Create(5, 1), S_OK);
   const BYTE data[] = {1, 2, 3};
   ASSERT_EQ(document.AddSection(".data", 1, data, sizeof data), S_OK);
+  ASSERT_EQ(document.AddBankRecord(0x100, 2), S_OK);
   EXPECT_EQ(document.Save(), E_FAIL);
   ASSERT_EQ(document.SaveCompactedAs(sOut.c_str()), S_OK);
   I_KOfdSection* pSection = nullptr;
   Opened saved(sOut);
   ASSERT_EQ(saved.document.FindSection(".data", &pSection), S_OK);
   EXPECT_EQ(pSection->GetSize(), 3u);
+  // The bank table is read back as one, with the record added.
+  ASSERT_EQ(saved.document.FindSection(".bankinfo", &pSection), S_OK);
+  auto* pBank = dynamic_cast<I_KOfdBankTable*>(pSection);
+  ASSERT_NE(pBank, nullptr);
+  ASSERT_EQ(pBank->GetCount(), 1u);
+  KEL_BANKINFO* pRecord = nullptr;
+  ASSERT_EQ(pBank->GetAt(0, &pRecord), S_OK);
+  EXPECT_EQ(pRecord->Address, 0x100u);
+  EXPECT_EQ(pRecord->Bank, 2u);
 }
 
 }  // namespace

@@ -194,24 +194,41 @@ TEST(EditImage, PartsThatWouldOverlapFailTheSaveAndWriteNothing) {
             compact.image->Sections()[3]->m_dwPlacedOffset + compact.image->Sections()[3]->m_dwPlacedSize);
 }
 
-TEST(EditImage, ANewObjectTakesSectionsAndSymbols) {
+TEST(EditImage, ANewObjectTakesSectionsSymbolsAndBankRecords) {
   TempDir dir;
   C_ObjectImage image(0x6E, 1);
   C_ImageEditor editor(image);
   editor.AddSection(".bankinfo", kelf_test::BankInfo(0x100, 2), 20);
+  editor.AddSection(".SYMTAB", Bytes{1, 2, 3, 4}, 1);  // takes the name a created table would have
   editor.AddSymbol("start", ".bankinfo", 0x10, false);
+  editor.AddBankRecord(0x100, 0xFFFFFFFF);  // a duplicate address is kept, after the first
   Save(image, dir.Path("new.o"));
   Loaded loaded(dir.Path("new.o"));
   const auto& sections = loaded.image->Sections();
-  ASSERT_EQ(sections.size(), 5u);
+  ASSERT_EQ(sections.size(), 6u);
   EXPECT_EQ(sections[0]->m_Header.sh_name, 0u);
   EXPECT_EQ(sections[2]->m_Header.sh_addr, 0xFFFFFFFFu);
   EXPECT_EQ(sections[2]->m_Header.sh_entsize, 8u);
-  EXPECT_EQ(sections[4]->m_Name.m_sText, ".symtab");
-  EXPECT_EQ(sections[4]->m_pLink->m_Name.m_sText, ".symstrtab");
-  ASSERT_EQ(sections[4]->m_vSymbols.size(), 2u);
-  EXPECT_EQ(sections[4]->m_vSymbols[1]->m_pSection, sections[2].get());
-  EXPECT_EQ(sections[4]->m_Header.sh_info, 2u) << "no global symbol";
+  EXPECT_EQ(sections[2]->m_vData, kelf_test::Join({kelf_test::BankInfo(0x100, 2), kelf_test::BankInfo(0x100, 0xFFFFFFFF)}));
+  EXPECT_EQ(sections[5]->m_Name.m_sText, ".symtab1");
+  EXPECT_EQ(sections[5]->m_pLink->m_Name.m_sText, ".symstrtab");
+  ASSERT_EQ(sections[5]->m_vSymbols.size(), 2u);
+  EXPECT_EQ(sections[5]->m_vSymbols[1]->m_pSection, sections[2].get());
+  EXPECT_EQ(sections[5]->m_Header.sh_info, 2u) << "no global symbol";
+
+  // An object without a bank table gets one laid out as the bank table always is.
+  C_ObjectImage plain(0x6E, 1);
+  C_ImageEditor(plain).AddBankRecord(7, 1);
+  Save(plain, dir.Path("bank.o"));
+  Loaded withBank(dir.Path("bank.o"));
+  const C_ImageSection& bank = *withBank.image->Sections()[2];
+  EXPECT_EQ(bank.m_Name.m_sText, ".bankinfo");
+  EXPECT_EQ(bank.m_Header.sh_type, 20u);
+  EXPECT_EQ(bank.m_Header.sh_addr, 0xFFFFFFFFu);
+  EXPECT_EQ(bank.m_Header.sh_addralign, 1u);
+  EXPECT_EQ(bank.m_Header.sh_entsize, 8u);
+  EXPECT_EQ(bank.m_Header.sh_flags | bank.m_Header.sh_link | bank.m_Header.sh_info, 0u);
+  EXPECT_EQ(bank.m_vData, kelf_test::BankInfo(7, 1));
 }
 
 }  // namespace

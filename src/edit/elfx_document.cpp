@@ -50,7 +50,7 @@ HRESULT C_KOfdELFX::Z_Guarded(Body body) {
 }
 
 template <class Edit>
-HRESULT C_KOfdELFX::Z_Edit(Edit edit) {
+HRESULT C_KOfdELFX::Y_Edit(Edit edit) {
   return Z_Guarded([&] {
     C_ImageEditor editor(Z_Image());
     edit(editor);
@@ -85,62 +85,62 @@ HRESULT C_KOfdELFX::Create(DWORD dwChip, DWORD dwType) {
 
 HRESULT C_KOfdELFX::AddSection(const char* pszName, DWORD dwType, const BYTE* pData, DWORD dwSize) {
   if (!Present({pszName}) || (dwSize != 0 && !pData)) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.AddSection(pszName, Bytes(pData, dwSize), dwType); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.AddSection(pszName, Bytes(pData, dwSize), dwType); });
 }
 
 HRESULT C_KOfdELFX::RemoveSection(const char* pszSelector) {
   if (!Present({pszSelector})) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.RemoveSection(pszSelector); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.RemoveSection(pszSelector); });
 }
 
 HRESULT C_KOfdELFX::RenameSection(const char* pszSelector, const char* pszNewName) {
   if (!Present({pszSelector, pszNewName})) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.RenameSection(pszSelector, pszNewName); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.RenameSection(pszSelector, pszNewName); });
 }
 
 HRESULT C_KOfdELFX::SetSectionAddress(const char* pszSelector, DWORD dwAddress) {
   if (!Present({pszSelector})) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.SetSectionAddress(pszSelector, dwAddress); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.SetSectionAddress(pszSelector, dwAddress); });
 }
 
 HRESULT C_KOfdELFX::SetContents(const char* pszSelector, const BYTE* pData, DWORD dwSize) {
   if (!Present({pszSelector}) || (dwSize != 0 && !pData)) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.SetContents(pszSelector, Bytes(pData, dwSize)); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.SetContents(pszSelector, Bytes(pData, dwSize)); });
 }
 
 HRESULT C_KOfdELFX::Patch(const char* pszSelector, DWORD dwOffset, const BYTE* pBytes, DWORD dwSize, DWORD dwForce) {
   if (!Present({pszSelector}) || (dwSize != 0 && !pBytes)) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.Patch(pszSelector, dwOffset, Bytes(pBytes, dwSize), dwForce != 0); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.Patch(pszSelector, dwOffset, Bytes(pBytes, dwSize), dwForce != 0); });
 }
 
 HRESULT C_KOfdELFX::AddSymbol(const char* pszName, const char* pszSection, DWORD dwValue, DWORD dwGlobal) {
   if (!Present({pszName, pszSection})) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.AddSymbol(pszName, pszSection, dwValue, dwGlobal != 0); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.AddSymbol(pszName, pszSection, dwValue, dwGlobal != 0); });
 }
 
 HRESULT C_KOfdELFX::RemoveSymbol(const char* pszName) {
   if (!Present({pszName})) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.RemoveSymbol(pszName); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.RemoveSymbol(pszName); });
 }
 
 HRESULT C_KOfdELFX::RenameSymbol(const char* pszName, const char* pszNewName) {
   if (!Present({pszName, pszNewName})) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.RenameSymbol(pszName, pszNewName); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.RenameSymbol(pszName, pszNewName); });
 }
 
 HRESULT C_KOfdELFX::SetSymbolValue(const char* pszName, DWORD dwValue) {
   if (!Present({pszName})) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.SetSymbolValue(pszName, dwValue); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.SetSymbolValue(pszName, dwValue); });
 }
 
 HRESULT C_KOfdELFX::AddExpression(const KEL_EXP* pTokens, DWORD dwCount, DWORD* pdwFirst) {
   if (!Present({pTokens, pdwFirst})) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { *pdwFirst = editor.AddExpression(std::vector<KEL_EXP>(pTokens, pTokens + dwCount)); });
+  return Y_Edit([&](C_ImageEditor& editor) { *pdwFirst = editor.AddExpression(std::vector<KEL_EXP>(pTokens, pTokens + dwCount)); });
 }
 
 HRESULT C_KOfdELFX::AddRelocation(const char* pszTarget, const KEL_RELXEB* pRecord) {
   if (!Present({pszTarget, pRecord})) return E_POINTER;
-  return Z_Edit([&](C_ImageEditor& editor) { editor.AddRelocation(pszTarget, *pRecord); });
+  return Y_Edit([&](C_ImageEditor& editor) { editor.AddRelocation(pszTarget, *pRecord); });
 }
 
 HRESULT C_KOfdELFX::Save() {
@@ -183,4 +183,8 @@ HRESULT C_KOfdELFX::Y_SaveTo(const char* pszPath, bool bCompact) {
 HRESULT C_KOfdELFX2::SaveCompactedAs(const char* pszPath) {
   if (!pszPath) return E_POINTER;
   return Y_SaveTo(pszPath, true);
+}
+
+HRESULT C_KOfdELFX2::AddBankRecord(DWORD dwAddress, DWORD dwBank) {
+  return Y_Edit([&](C_ImageEditor& editor) { editor.AddBankRecord(dwAddress, dwBank); });
 }

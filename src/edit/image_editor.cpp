@@ -105,9 +105,9 @@ void C_ImageEditor::SetSymbolValue(const std::string& sName, DWORD dwValue) { Z_
 C_ImageSection& C_ImageEditor::Z_SymbolTableToAddTo() {
   if (C_ImageSection* pTable = m_Image.SymbolTable()) return *pTable;
   Z_RequireFollowed({SHT_KEL_SYMTAB}, "add a symbol table");
-  C_ImageSection& strings = Z_AppendSection(".symstrtab", SHT_KEL_STRTAB);
+  C_ImageSection& strings = Z_AppendSection(m_Image.FreeSectionName(".symstrtab"), SHT_KEL_STRTAB);
   strings.m_vData.push_back(0);
-  C_ImageSection& table = Z_AppendSection(".symtab", SHT_KEL_SYMTAB);
+  C_ImageSection& table = Z_AppendSection(m_Image.FreeSectionName(".symtab"), SHT_KEL_SYMTAB);
   table.m_Header.sh_addralign = 4;
   table.m_Header.sh_entsize = sizeof(ELF32_SYM);
   table.m_pLink = &strings;
@@ -204,6 +204,29 @@ void C_ImageEditor::AddSection(const std::string& sName, std::vector<BYTE> vData
   // A bank section has no load address.
   if (dwType == kBankType) section.m_Header.sh_addr = 0xFFFFFFFFu;
   section.m_vData = std::move(vData);
+}
+
+void C_ImageEditor::AddBankRecord(DWORD dwAddress, DWORD dwBank) {
+  C_ImageSection* pTable = nullptr;
+  for (auto& pSection : m_Image.Sections()) {
+    if (pSection->m_Header.sh_type == kBankType && pSection->HasFileBytes()) {
+      pTable = pSection.get();
+      break;
+    }
+  }
+  if (!pTable) {
+    pTable = &Z_AppendSection(m_Image.FreeSectionName(".bankinfo"), kBankType);
+    pTable->m_Header.sh_addr = 0xFFFFFFFFu;
+    pTable->m_Header.sh_entsize = sizeof(KEL_BANKINFO);
+  }
+  if (pTable->m_vData.size() % sizeof(KEL_BANKINFO) != 0) {
+    ThrowImageFailure("cannot add a bank record: section " + m_Image.Describe(*pTable) + " holds " +
+                      std::to_string(pTable->m_vData.size()) + " bytes, no whole number of 8-byte records");
+  }
+  // Records are kept in the order they were added, duplicates included.
+  for (const DWORD dwField : {dwAddress, dwBank}) {
+    for (int nShift = 0; nShift < 32; nShift += 8) pTable->m_vData.push_back(static_cast<BYTE>(dwField >> nShift));
+  }
 }
 
 void C_ImageEditor::Z_RequireBytes(const C_ImageSection& section) const {

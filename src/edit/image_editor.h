@@ -31,6 +31,8 @@ class C_ImageEditor {
   void RenameSection(const std::string& sSelector, const std::string& sNewName);
   void SetSectionAddress(const std::string& sSelector, DWORD dwAddress);
   void AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType);
+  // Appends a record to the object's bank table, creating ".bankinfo" when it has none.
+  void AddBankRecord(DWORD dwAddress, DWORD dwBank);
   // Contents edits apply to sections the image keeps as bytes only.
   void SetContents(const std::string& sSelector, std::vector<BYTE> vData);
   // Refused where a relocation rewrites a byte of the range, unless bForce.

@@ -191,7 +191,16 @@ void WriteObjectImage(C_ObjectImage& image, C_ReplacingFile& output, bool bCompa
   image.Finalize();
   const C_ImageLayout layout = PlanImageLayout(image, bCompact);
   const std::vector<BYTE> vFile = RenderImage(image, layout, bCompact);
-  CheckRenderedObject(vFile, image);
-  output.Write(vFile.data(), static_cast<DWORD>(vFile.size()));
+  std::string sContext = "While writing %s";
+  sContext.replace(sContext.find("%s"), 2, output.Target());
+  output.Write(vFile.data(), static_cast<DWORD>(vFile.size()), sContext.c_str());
+  // What reached the file is what is checked: it is read back before it replaces the target.
+  const std::vector<BYTE> vSaved = output.ReadBack(static_cast<DWORD>(vFile.size()));
+  if (vSaved != vFile) {
+    const auto mismatch = std::mismatch(vSaved.begin(), vSaved.end(), vFile.begin());
+    ThrowImageFailure("the saved object read back differs from what was written, from byte " +
+                      std::to_string(mismatch.first - vSaved.begin()));
+  }
+  CheckRenderedObject(vSaved, image);
   output.Commit();
 }

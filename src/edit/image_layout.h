@@ -26,10 +26,10 @@ C_ImageLayout PlanImageLayout(const C_ObjectImage& image, bool bCompact);
 // The file's bytes as planned: the header in its own byte order, the program headers (their
 // offsets following the sections they pointed at), the contents and the section headers.
 std::vector<BYTE> RenderImage(const C_ObjectImage& image, const C_ImageLayout& layout, bool bCompact);
-// Reads the headers of rendered bytes back and fails, naming the parts, when a table or a
+// Reads the headers of a saved object's bytes and fails, naming the parts, when a table or a
 // section lies past the end or two of them overlap.
 void CheckRenderedObject(const std::vector<BYTE>& vFile, const C_ObjectImage& image);
 
-// Finalize, plan, render, check, then write to the output and commit it. Nothing is written
-// when any step fails.
+// Finalize, plan, render, write to the output, read the written bytes back and check them, then
+// commit. The target is untouched when any step fails.
 void WriteObjectImage(C_ObjectImage& image, C_ReplacingFile& output, bool bCompact);

@@ -1,9 +1,12 @@
 #include "edit/object_image.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include "frame/error.h"
 #include "frame/fileio.h"
+#include "frame/text.h"
 #include "object/kofd_elf.h"
 #include "platform/platform.h"
 
@@ -78,13 +81,29 @@ C_ObjectImage::C_ObjectImage(DWORD dwChip, WORD wType) {
 
 C_ImageSection& C_ObjectImage::AddNameTable() {
   auto pNames = std::make_unique<C_ImageSection>();
-  pNames->m_Name.m_sText = ".shstrtab";
+  pNames->m_Name.m_sText = FreeSectionName(".shstrtab");
   pNames->m_Header.sh_type = SHT_KEL_STRTAB;
   pNames->m_Header.sh_addralign = 1;
   pNames->m_vData.push_back(0);
   m_pNameTable = pNames.get();
   m_vSections.push_back(std::move(pNames));
   return *m_pNameTable;
+}
+
+std::string C_ObjectImage::FreeSectionName(const std::string& sBase) const {
+  const auto taken = [&](const std::string& sName) {
+    return std::any_of(m_vSections.begin(), m_vSections.end(), [&](const auto& pSection) {
+      return !pSection->m_Name.m_bRaw && kofd_text::EqualIgnoringCase(pSection->m_Name.m_sText.c_str(), sName.c_str());
+    });
+  };
+  std::string sName = sBase;
+  // Each taken name is one section, so the count bounds the search.
+  std::vector<char> vBuffer(sBase.size() + 24);
+  for (std::size_t n = 1; taken(sName) && n <= m_vSections.size(); ++n) {
+    std::snprintf(vBuffer.data(), vBuffer.size(), "%s%d", sBase.c_str(), static_cast<int>(n));
+    sName = vBuffer.data();
+  }
+  return sName;
 }
 
 C_ObjectImage::C_ObjectImage(I_KOfdELF& document, const char* pszPath) {

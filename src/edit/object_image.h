@@ -119,6 +119,9 @@ class C_ObjectImage {
   C_ImageSection* NameTable() const { return m_pNameTable; }
   // Appends a ".shstrtab" (a lone NUL so far) and makes it the section-name table.
   C_ImageSection& AddNameTable();
+  // sBase when no section has that name (ignoring case), else the first of sBase1, sBase2, ...
+  // that is free: the name a section the image creates is given.
+  std::string FreeSectionName(const std::string& sBase) const;
   // The bytes the image was read from (empty for a new object): what lies between sections.
   const std::vector<BYTE>& Original() const { return m_vOriginal; }
   // The section header table's place in the file read, if any.

@@ -29,10 +29,27 @@ C_ReplacingFile::~C_ReplacingFile() {
   if (m_hOutput) platform::ReplaceAbandon(m_hOutput);
 }
 
-void C_ReplacingFile::Write(const void* pData, DWORD dwSize) {
+void C_ReplacingFile::Write(const void* pData, DWORD dwSize, const char* pszContext) {
   if (dwSize != 0 && WriteFileBlock(m_hOutput, pData, 1, dwSize) != S_OK) {
-    ThrowLibraryError(true, KE_WRITE_FAILED, m_sTarget.c_str());
+    ThrowLibraryError(true, KE_WRITE_FAILED, pszContext ? pszContext : m_sTarget.c_str());
   }
+}
+
+std::vector<BYTE> C_ReplacingFile::ReadBack(DWORD dwSize) {
+  std::vector<BYTE> vBytes(dwSize);
+  DWORD dwDone = 0;
+  bool bRead = platform::FileSeek(m_hOutput, 0);
+  while (bRead && dwDone < dwSize) {
+    DWORD dwRead = 0;
+    bRead = platform::FileRead(m_hOutput, vBytes.data() + dwDone, dwSize - dwDone, &dwRead);
+    if (bRead && dwRead == 0) {
+      platform::SetEndOfFileError();
+      bRead = false;
+    }
+    dwDone += dwRead;
+  }
+  if (!bRead || !platform::FileSeek(m_hOutput, dwSize)) ThrowLibraryError(true, KE_READ_FAILED, m_sTarget.c_str());
+  return vBytes;
 }
 
 void C_ReplacingFile::Commit() {

@@ -23,8 +23,12 @@ class C_ReplacingFile {
 
   HANDLE Handle() const { return m_hOutput; }
   const std::string& Target() const { return m_sTarget; }
-  // Appends dwSize bytes; 1015 with the target and the system text when the write fails.
-  void Write(const void* pData, DWORD dwSize);
+  // Appends dwSize bytes; 1015 with the system text and pszContext (the target when null) when
+  // the write fails.
+  void Write(const void* pData, DWORD dwSize, const char* pszContext = nullptr);
+  // The first dwSize bytes written, read back from the temporary (the output stays at its end);
+  // 1016 with the target and the system text when fewer can be read.
+  std::vector<BYTE> ReadBack(DWORD dwSize);
   // Puts the new file in place; 1015 (the data could not reach the disk) or 1029 (the rename
   // failed) with the target and the system text, the temporary removed.
   void Commit();

@@ -97,6 +97,8 @@ class I_KOfdELFX2 : public virtual I_KOfdELFX {
   // the named file, which is replaced whole. E_FAIL, changing nothing, when it cannot be written
   // (the failure recorded as the last error); E_POINTER when no file header has been read.
   virtual HRESULT DumpFile(const char* pszFileName) = 0;
+  // Appends an address and bank pair to the bank table, creating ".bankinfo" when there is none.
+  virtual HRESULT AddBankRecord(DWORD dwAddress, DWORD dwBank) = 0;
 };
 
 // Bits of a section's state word.
@@ -232,12 +234,13 @@ class C_KOfdELFX : public virtual I_KOfdELFX, public C_KOfdELF4 {
 
  protected:
   HRESULT Y_SaveTo(const char* pszPath, bool bCompact);
+  // Runs an edit on the image; a refusal becomes the last error and the returned code.
+  template <class Edit>
+  HRESULT Y_Edit(Edit edit);
 
  private:
   template <class Body>
   HRESULT Z_Guarded(Body body);
-  template <class Edit>
-  HRESULT Z_Edit(Edit edit);
   // The image, read from the document's file on the first edit.
   C_ObjectImage& Z_Image();
 
@@ -250,6 +253,7 @@ class C_KOfdELFX2 : public virtual I_KOfdELFX2, public C_KOfdELFX {
  public:
   HRESULT DumpFile(const char* pszFileName) override;
   HRESULT SaveCompactedAs(const char* pszPath) override;
+  HRESULT AddBankRecord(DWORD dwAddress, DWORD dwBank) override;
 
  private:
   void Z_DumpWholeFile(std::ostream& file, const KEL_EHDR& header);

@@ -127,7 +127,7 @@ bool CreateTemporary(ReplaceToken& out) {
     unsigned char random[8];
     if (!RandomBytes(random, sizeof random)) return false;
     const std::string sName = TemporaryName(out.sTarget, "/", random);
-    const int fd = ::open(sName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    const int fd = ::open(sName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd >= 0) {
       out.fd = fd;
       out.sTemporary = sName;
