@@ -17,6 +17,7 @@ need cmake has cmake
 need ninja-build has ninja
 need libcli11-dev exists /usr/include/CLI/CLI.hpp
 need libgtest-dev exists /usr/include/gtest/gtest.h
+need nlohmann-json3-dev exists /usr/include/nlohmann/json.hpp
 if [ "$mode" != build ]; then
 need clang has clang++
 need mingw-w64 has x86_64-w64-mingw32-g++
@@ -30,6 +31,7 @@ need libclang-rt-14-dev exists /usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libcl
 need binutils has readelf
 need llvm has llvm-ar
 need hyperfine has hyperfine
+need python3-jsonschema python3 -c 'import jsonschema'
 fi
 
 if ((${#packages[@]})); then
