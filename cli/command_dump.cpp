@@ -1,11 +1,13 @@
 // kofd dump FILE [SELECTOR...]: the text dumps of a file on standard output, in the order they
 // are made, whichever destination each dump writes to.
+#include <algorithm>
 #include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "commands.h"
+#include "edit/object_image.h"
 #include "escape.h"
 #include "frame/error.h"
 #include "archive/archive.h"
@@ -14,6 +16,7 @@
 #include "object/kofd_elf.h"
 #include "object_file.h"
 #include "present/object_dumps.h"
+#include "json_object.h"
 #include "report.h"
 #include "tool_output.h"
 
@@ -41,6 +44,13 @@ struct Selection {
 
 bool IsArchiveSelector(Selector selector) {
   return selector == Selector::kLinkerMember || selector == Selector::kNameMember || selector == Selector::kMember;
+}
+
+bool IsObjectSelector(Selector selector) { return !IsArchiveSelector(selector) && selector != Selector::kRaw; }
+
+template <class Test>
+bool AnySelection(const std::vector<Selection>& selections, Test test) {
+  return std::any_of(selections.begin(), selections.end(), [&](const Selection& selection) { return test(selection.selector); });
 }
 
 // DumpAll of an object, writing to standard output whichever stream it uses.
@@ -180,6 +190,165 @@ int RunDump(const std::string& sPath, const std::vector<Selection>& selections) 
   });
 }
 
+
+// ---- JSON ----------------------------------------------------------------------------------
+
+// What a JSON dump shows of an object: its selectors, or everything.
+ObjectJsonParts ObjectParts(I_KOfdELF& document, const std::vector<Selection>& selections, bool bContents) {
+  ObjectJsonParts parts;
+  parts.bContents = bContents;
+  if (!AnySelection(selections, IsObjectSelector)) return parts;
+  parts.bAll = parts.bHeader = parts.bProgramHeaders = parts.bSectionHeaders = false;
+  for (const Selection& selection : selections) {
+    switch (selection.selector) {
+      case Selector::kFileHeader: parts.bHeader = true; break;
+      case Selector::kProgramHeaders: {
+        I_KElfProgramHeader* pPrograms = nullptr;
+        DWORD dwCount = 0;
+        document.GetProgramHeaderCount(&dwCount);
+        document.GetProgramHeader(&pPrograms);
+        if (dwCount == 0) Fail("the object has no program headers", E_POINTER);
+        parts.bProgramHeaders = true;
+        break;
+      }
+      case Selector::kSectionHeaders: parts.bSectionHeaders = true; break;
+      case Selector::kSection: {
+        I_KOfdSection* pSection = SelectSection(document, selection.sName);
+        if (!pSection) Fail("section " + EscapeText(selection.sName) + " has nothing to dump", E_POINTER);
+        parts.vSections.push_back(pSection->GetKeyIndex());
+        break;
+      }
+      default: break;
+    }
+  }
+  return parts;
+}
+
+struct JsonMember {
+  C_KArcObjectMember* pMember;
+  I_KOfdELF* pDocument;
+};
+
+void WriteArchiveJson(C_JsonWriter& json, C_KOfdArchive& archive, const std::vector<Selection>& selections,
+                      const std::vector<JsonMember>& members) {
+  const auto selected = [&](Selector wanted) {
+    return selections.empty() || AnySelection(selections, [&](Selector selector) { return selector == wanted; });
+  };
+  json.BeginObject();
+  if (selected(Selector::kLinkerMember)) {
+    C_KArcLinkMember& link = archive.LinkMember();
+    json.Key("linker_member").BeginObject();
+    json.Key("version").Number(link.GetVersion());
+    json.Key("symbols").BeginArray();
+    for (DWORD i = 0; i < link.GetNameCount(); ++i) {
+      json.BeginObject();
+      json.Name("name", link.GetSymbolName(i));
+      DWORD dwMember = 0;
+      if (link.GetSymbolMember(i, &dwMember) && dwMember < archive.MemberCount()) json.Key("member").Number(dwMember);
+      else json.Key("member").Null();
+      json.EndObject();
+    }
+    json.EndArray();
+    json.EndObject();
+  }
+  if (selected(Selector::kNameMember)) {
+    C_KArcNameMember& names = archive.NameMember();
+    json.Key("name_member").BeginObject();
+    WriteStringsJson(json, "names", C_ByteView(reinterpret_cast<const BYTE*>(names.GetData()), names.GetLength()));
+    json.EndObject();
+  }
+  if (!selected(Selector::kMember)) return json.EndObject();
+  json.Key("members").BeginArray();
+  for (const JsonMember& entry : members) {
+    C_KArcObjectMember& member = *entry.pMember;
+    json.BeginObject();
+    DWORD dwIndex = 0;
+    archive.FindMember(member.GetName(), &dwIndex);
+    json.Key("index").Number(dwIndex);
+    json.Name("name", member.GetName());
+    json.Key("offset").Number(member.GetOffset());
+    json.Key("size").Number(member.GetSize());
+    json.Key("date").Number(member.GetHeader().GetDate());
+    json.Key("object");
+    WriteObjectJson(json, *entry.pDocument, C_ByteView(), ObjectJsonParts());
+    json.EndObject();
+  }
+  json.EndArray();
+  json.EndObject();
+}
+
+// The whole document is read before its first byte is written: a failure writes nothing.
+int RunDumpJson(const std::string& sPath, const std::vector<Selection>& selections, bool bContents) {
+  return RunReporting(sPath, [&] {
+    C_File probe;
+    probe.AttachPath(sPath.c_str(), 0);
+    const FileKind kind = KindOfFile(sPath);
+    std::unique_ptr<C_KOfdELF4> object;
+    std::unique_ptr<C_KOfdArchive> archive;
+    std::vector<BYTE> vBytes;
+    const bool bWhole = selections.empty();
+    const bool bRaw = (bWhole && kind == FileKind::kOther) || AnySelection(selections, [](Selector s) { return s == Selector::kRaw; });
+    const bool bObject = (bWhole && kind == FileKind::kObject) || AnySelection(selections, IsObjectSelector);
+    const bool bArchive = (bWhole && kind == FileKind::kArchive) || AnySelection(selections, IsArchiveSelector);
+    if (bContents && kind != FileKind::kObject) Fail("--contents shows the bytes of an object; this is no object", E_INVALIDARG);
+    if (bObject) {
+      if (kind != FileKind::kObject) ThrowLibraryError(false, KE_NOT_OBJECT_FILE, sPath.c_str());
+      object = OpenObject(sPath);
+    }
+    if (bArchive) {
+      if (kind != FileKind::kArchive) ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, sPath.c_str());
+      archive = std::make_unique<C_KOfdArchive>();
+      OpenArchive(*archive, sPath);
+    }
+    if (bRaw || bContents) vBytes = ReadFileBytes(sPath.c_str());
+    ObjectJsonParts parts;
+    if (object) parts = ObjectParts(*object, selections, bContents);
+    // Every member shown is opened before anything is written.
+    std::vector<JsonMember> members;
+    if (archive) {
+      std::vector<DWORD> vIndexes;
+      for (const Selection& selection : selections) {
+        if (selection.selector != Selector::kMember) continue;
+        DWORD dwIndex = 0;
+        const HRESULT hr = archive->FindMember(selection.sName.c_str(), &dwIndex);
+        if (hr != S_OK) Fail("no member named " + EscapeText(selection.sName), hr);
+        vIndexes.push_back(dwIndex);
+      }
+      if (selections.empty()) {
+        for (DWORD i = 0; i < archive->MemberCount(); ++i) vIndexes.push_back(i);
+      }
+      for (DWORD i : vIndexes) {
+        C_KArcObjectMember& member = archive->MemberAt(i);
+        I_KOfdELF* pElf = nullptr;
+        const HRESULT hr = member.GetDocument(&pElf);
+        if (hr != S_OK || !pElf) ThrowLibraryError(false, hr != S_OK ? hr : E_POINTER, member.GetName());
+        members.push_back({&member, pElf});
+      }
+    }
+    C_JsonWriter json(stdout);
+    json.BeginDocument("dump");
+    json.Name("file", sPath);
+    json.Key("kind").String(kind == FileKind::kObject ? "object" : kind == FileKind::kArchive ? "archive" : "unknown");
+    if (object) {
+      json.Key("object");
+      WriteObjectJson(json, *object, C_ByteView(vBytes.data(), static_cast<DWORD>(vBytes.size())), parts);
+    }
+    if (archive) {
+      json.Key("archive");
+      WriteArchiveJson(json, *archive, selections, members);
+    }
+    if (bRaw) {
+      json.Key("raw").BeginObject();
+      json.Key("size").Number(vBytes.size());
+      json.Key("bytes").Hex(vBytes.data(), vBytes.size());
+      json.EndObject();
+    }
+    json.EndObject();
+    if (!json.Finish()) Fail("standard output could not be written", E_FAIL);
+    return 0;
+  });
+}
+
 }  // namespace
 
 void RegisterDump(CLI::App& app, CommandResult& result) {
@@ -204,6 +373,10 @@ void RegisterDump(CLI::App& app, CommandResult& result) {
                             ->expected(1)
                             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   CLI::Option* raw = command->add_flag("--raw", "The raw bytes of the file, sixteen a row, whatever its kind");
+  auto json = std::make_shared<bool>(false);
+  auto contents = std::make_shared<bool>(false);
+  command->add_flag("--json", *json, "One JSON document (schema kofd/1, docs/schema/kofd-dump.schema.json) instead of the text dumps");
+  command->add_flag("--contents", *contents, "With --json: every section's bytes and every gap's, in hexadecimal (objects only)");
   command->callback([=, &result] {
     // Selectors are dumped in the order they were given.
     std::vector<Selection> selections;
@@ -218,7 +391,12 @@ void RegisterDump(CLI::App& app, CommandResult& result) {
       if (pOption == member && nMember < members->size()) selections.push_back({Selector::kMember, (*members)[nMember++]});
       if (pOption == raw) selections.push_back({Selector::kRaw, {}});
     }
-    result.status = RunDump(*path, selections);
+    if (*contents && !*json) {
+      fprintf(stderr, "kofd dump: --contents needs --json\nRun with --help for more information.\n");
+      result.status = kExitUsage;
+      return;
+    }
+    result.status = *json ? RunDumpJson(*path, selections, *contents) : RunDump(*path, selections);
   });
 }
 
