@@ -278,7 +278,7 @@ void WriteArchiveJson(C_JsonWriter& json, C_KOfdArchive& archive, const std::vec
 }
 
 // The whole document is read before its first byte is written: a failure writes nothing.
-int RunDumpJson(const std::string& sPath, const std::vector<Selection>& selections, bool bContents) {
+int RunDumpJson(const std::string& sPath, const std::vector<Selection>& selections, bool bContents, bool bLines) {
   return RunReporting(sPath, [&] {
     C_File probe;
     probe.AttachPath(sPath.c_str(), 0);
@@ -291,6 +291,7 @@ int RunDumpJson(const std::string& sPath, const std::vector<Selection>& selectio
     const bool bObject = (bWhole && kind == FileKind::kObject) || AnySelection(selections, IsObjectSelector);
     const bool bArchive = (bWhole && kind == FileKind::kArchive) || AnySelection(selections, IsArchiveSelector);
     if (bContents && kind != FileKind::kObject) Fail("--contents shows the bytes of an object; this is no object", E_INVALIDARG);
+    if (bLines && (kind != FileKind::kObject || bRaw || bArchive)) Fail("--json-lines lists the items of an object; this is no object (use --json)", E_INVALIDARG);
     if (bObject) {
       if (kind != FileKind::kObject) ThrowLibraryError(false, KE_NOT_OBJECT_FILE, sPath.c_str());
       object = OpenObject(sPath);
@@ -325,10 +326,17 @@ int RunDumpJson(const std::string& sPath, const std::vector<Selection>& selectio
         members.push_back({&member, pElf});
       }
     }
-    C_JsonWriter json(stdout);
+    C_JsonWriter json(stdout, bLines);
     json.BeginDocument("dump");
     json.Name("file", sPath);
     json.Key("kind").String(kind == FileKind::kObject ? "object" : kind == FileKind::kArchive ? "archive" : "unknown");
+    if (bLines) {
+      // The document's opening is the first line; the object's items follow, one a line.
+      json.EndObject();
+      WriteObjectJson(json, *object, C_ByteView(vBytes.data(), static_cast<DWORD>(vBytes.size())), parts);
+      if (!json.Finish()) Fail("standard output could not be written", E_FAIL);
+      return 0;
+    }
     if (object) {
       json.Key("object");
       WriteObjectJson(json, *object, C_ByteView(vBytes.data(), static_cast<DWORD>(vBytes.size())), parts);
@@ -375,7 +383,9 @@ void RegisterDump(CLI::App& app, CommandResult& result) {
   CLI::Option* raw = command->add_flag("--raw", "The raw bytes of the file, sixteen a row, whatever its kind");
   auto json = std::make_shared<bool>(false);
   auto contents = std::make_shared<bool>(false);
+  auto lines = std::make_shared<bool>(false);
   command->add_flag("--json", *json, "One JSON document (schema kofd/1, docs/schema/kofd-dump.schema.json) instead of the text dumps");
+  command->add_flag("--json-lines", *lines, "JSON Lines: the document's opening, then each item of the object (header, program header, section, symbol, relocation, gap) on a line of its own");
   command->add_flag("--contents", *contents, "With --json: every section's bytes and every gap's, in hexadecimal (objects only)");
   command->callback([=, &result] {
     // Selectors are dumped in the order they were given.
@@ -391,12 +401,12 @@ void RegisterDump(CLI::App& app, CommandResult& result) {
       if (pOption == member && nMember < members->size()) selections.push_back({Selector::kMember, (*members)[nMember++]});
       if (pOption == raw) selections.push_back({Selector::kRaw, {}});
     }
-    if (*contents && !*json) {
-      fprintf(stderr, "kofd dump: --contents needs --json\nRun with --help for more information.\n");
+    if (*contents && !*json && !*lines) {
+      fprintf(stderr, "kofd dump: --contents needs --json or --json-lines\nRun with --help for more information.\n");
       result.status = kExitUsage;
       return;
     }
-    result.status = *json ? RunDumpJson(*path, selections, *contents) : RunDump(*path, selections);
+    result.status = *json || *lines ? RunDumpJson(*path, selections, *contents, *lines) : RunDump(*path, selections);
   });
 }
 

@@ -19,8 +19,24 @@ namespace {
 
 constexpr DWORD kNoBitsType = 8;
 
-void WriteHeader(C_JsonWriter& json, const KEL_EHDR& header) {
+// In JSON Lines every item (header, program header, section, symbol, relocation, gap) is a line
+// of its own that names what it is; otherwise items are the elements of their key's array.
+void BeginItem(C_JsonWriter& json, const char* pszRecord) {
   json.BeginObject();
+  if (json.Lines()) json.Key("record").String(pszRecord);
+}
+
+void BeginList(C_JsonWriter& json, const char* pszKey) {
+  if (!json.Lines()) json.Key(pszKey).BeginArray();
+}
+
+void EndList(C_JsonWriter& json) {
+  if (!json.Lines()) json.EndArray();
+}
+
+void WriteHeader(C_JsonWriter& json, const KEL_EHDR& header) {
+  if (!json.Lines()) json.Key("header");
+  BeginItem(json, "header");
   json.Key("ident").Hex(header.e_ident, sizeof header.e_ident);
   json.Key("class").Named(header.e_ident[4], FileClassName(header.e_ident[4]));
   json.Key("data").Named(header.e_ident[5], DataEncodingName(header.e_ident[5]));
@@ -44,11 +60,11 @@ void WriteHeader(C_JsonWriter& json, const KEL_EHDR& header) {
 void WriteProgramHeaders(C_JsonWriter& json, I_KElfProgramHeader* pTable) {
   DWORD dwCount = 0;
   if (pTable) pTable->GetCount(&dwCount);
-  json.BeginArray();
+  BeginList(json, "program_headers");
   for (DWORD i = 0; i < dwCount; ++i) {
     KEL_PHDR* p = nullptr;
     if (pTable->GetAt(i, &p) != S_OK || !p) continue;
-    json.BeginObject();
+    BeginItem(json, "program_header");
     json.Key("index").Number(i);
     json.Key("type").Named(p->p_type, SegmentTypeName(p->p_type));
     json.Key("offset").Number(p->p_offset);
@@ -60,7 +76,7 @@ void WriteProgramHeaders(C_JsonWriter& json, I_KElfProgramHeader* pTable) {
     json.Key("align").Number(p->p_align);
     json.EndObject();
   }
-  json.EndArray();
+  EndList(json);
 }
 
 // The bytes of a section as its header places them in the object, clipped to the object.
@@ -180,7 +196,7 @@ void WriteSection(C_JsonWriter& json, I_KOfdELF& document, DWORD dwIndex, const 
                   bool bWhole, bool bContents) {
   const char* pszName = nullptr;
   document.GetSectionName(dwIndex, &pszName);
-  json.BeginObject();
+  BeginItem(json, "section");
   json.Key("index").Number(dwIndex);
   if (pszName) json.Name("name", pszName);
   else json.Key("name").Null();
@@ -208,12 +224,12 @@ void WriteSymbols(C_JsonWriter& json, I_KOfdELF& document) {
   I_KOfdSymbolTable* pInterface = nullptr;
   document.GetSymbolTable(&pInterface);
   auto* pTable = dynamic_cast<C_KOfdSymbolTable*>(pInterface);
-  json.Key("symbols").BeginArray();
+  BeginList(json, "symbols");
   const DWORD dwCount = pTable ? pTable->GetCount() : 0;
   for (DWORD i = 0; i < dwCount; ++i) {
     ELF32_SYM* p = nullptr;
     if (pTable->GetAt(i, &p) != S_OK || !p) continue;
-    json.BeginObject();
+    BeginItem(json, "symbol");
     json.Key("index").Number(i);
     const char* pszName = pTable->GetSymbolName(p);
     json.Name("name", pszName ? pszName : "");
@@ -225,8 +241,8 @@ void WriteSymbols(C_JsonWriter& json, I_KOfdELF& document) {
     json.Key("section").Number(p->st_shndx);
     json.EndObject();
   }
-  json.EndArray();
-  if (pTable) json.Key("symbol_table").Number(pTable->GetKeyIndex());
+  EndList(json);
+  if (pTable && !json.Lines()) json.Key("symbol_table").Number(pTable->GetKeyIndex());
 }
 
 void WriteRelocationsOf(C_JsonWriter& json, C_KOfdRelxebTable& table, DWORD dwSection) {
@@ -236,7 +252,7 @@ void WriteRelocationsOf(C_JsonWriter& json, C_KOfdRelxebTable& table, DWORD dwSe
   for (DWORD i = 0; i < dwCount; ++i) {
     KEL_RELXEB* p = nullptr;
     if (table.GetAt(i, &p) != S_OK || !p) continue;
-    json.BeginObject();
+    BeginItem(json, "relocation");
     json.Key("section").Number(dwSection);
     json.Key("index").Number(i);
     json.Key("offset").Number(p->Offset);
@@ -274,12 +290,12 @@ void WriteGaps(C_JsonWriter& json, const KEL_EHDR& header, I_KElfSectionHeader* 
     if (pSections->GetAt(i, &p) == S_OK && p && p->sh_type != kNoBitsType) held.emplace_back(p->sh_offset, std::uint64_t(p->sh_offset) + p->sh_size);
   }
   std::sort(held.begin(), held.end());
-  json.Key("gaps").BeginArray();
+  BeginList(json, "gaps");
   std::uint64_t qwAt = 0;
   const auto gap = [&](std::uint64_t qwTo) {
     qwTo = std::min<std::uint64_t>(qwTo, bytes.Size());
     if (qwTo <= qwAt) return;
-    json.BeginObject();
+    BeginItem(json, "gap");
     json.Key("offset").Number(qwAt);
     json.Key("size").Number(qwTo - qwAt);
     json.Key("bytes").Hex(bytes.Data() + qwAt, static_cast<std::size_t>(qwTo - qwAt));
@@ -291,7 +307,7 @@ void WriteGaps(C_JsonWriter& json, const KEL_EHDR& header, I_KElfSectionHeader* 
     qwAt = std::max(qwAt, part.second);
   }
   gap(bytes.Size());
-  json.EndArray();
+  EndList(json);
 }
 
 }  // namespace
@@ -303,15 +319,11 @@ void WriteObjectJson(C_JsonWriter& json, I_KOfdELF& document, const C_ByteView& 
   if (pHeader) pHeader->GetRecord(&pRecord);
   I_KElfSectionHeader* pSections = nullptr;
   document.GetSectionHeader(&pSections);
-  json.BeginObject();
-  if (parts.bHeader && pRecord) {
-    json.Key("header");
-    WriteHeader(json, *pRecord);
-  }
+  if (!json.Lines()) json.BeginObject();
+  if (parts.bHeader && pRecord) WriteHeader(json, *pRecord);
   if (parts.bProgramHeaders) {
     I_KElfProgramHeader* pPrograms = nullptr;
     document.GetProgramHeader(&pPrograms);
-    json.Key("program_headers");
     WriteProgramHeaders(json, pPrograms);
   }
   DWORD dwCount = 0;
@@ -320,7 +332,7 @@ void WriteObjectJson(C_JsonWriter& json, I_KOfdELF& document, const C_ByteView& 
     return parts.bAll || std::find(parts.vSections.begin(), parts.vSections.end(), i) != parts.vSections.end();
   };
   if (parts.bSectionHeaders || parts.bAll || !parts.vSections.empty()) {
-    json.Key("sections").BeginArray();
+    BeginList(json, "sections");
     const auto write = [&](DWORD i) {
       KEL_SHDR* p = nullptr;
       if (pSections->GetAt(i, &p) == S_OK && p) WriteSection(json, document, i, *p, bytes, shownWhole(i), parts.bContents);
@@ -330,7 +342,7 @@ void WriteObjectJson(C_JsonWriter& json, I_KOfdELF& document, const C_ByteView& 
     } else {
       for (DWORD i : parts.vSections) write(i);
     }
-    json.EndArray();
+    EndList(json);
   }
   // The symbols and relocations of the sections shown whole.
   I_KOfdSymbolTable* pSymbols = nullptr;
@@ -344,16 +356,16 @@ void WriteObjectJson(C_JsonWriter& json, I_KOfdELF& document, const C_ByteView& 
     if (dynamic_cast<C_KOfdRelxebTable*>(pSection) && shownWhole(i)) vRelocations.push_back(i);
   }
   if (parts.bAll || !vRelocations.empty()) {
-    json.Key("relocations").BeginArray();
+    BeginList(json, "relocations");
     for (DWORD i : vRelocations) {
       I_KOfdSection* pSection = nullptr;
       document.GetSection(i, &pSection);
       WriteRelocationsOf(json, *dynamic_cast<C_KOfdRelxebTable*>(pSection), i);
     }
-    json.EndArray();
+    EndList(json);
   }
   if (parts.bContents && pRecord) WriteGaps(json, *pRecord, pSections, bytes);
-  json.EndObject();
+  if (!json.Lines()) json.EndObject();
 }
 
 }  // namespace cli

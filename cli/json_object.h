@@ -8,6 +8,9 @@
 //   symbols           the symbol table the document keeps
 //   relocations       every record of the relocation tables of type 22, evaluated
 //   gaps              with --contents: every byte of the file no header, table or section holds
+//
+// When the writer writes JSON Lines, the same items come one a line, each with "record": "header",
+// "program_header", "section", "symbol", "relocation" or "gap", in that order.
 #pragma once
 
 #include <vector>

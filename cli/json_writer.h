@@ -48,6 +48,7 @@ class C_JsonWriter {
 
   // Writes what is gathered and checks the stream; false when any write failed.
   bool Finish();
+  bool Lines() const { return m_bLines; }
   // True once any byte has reached the stream.
   bool Started() const { return m_bStarted; }
 
