@@ -86,6 +86,23 @@ TEST(CliDumpJson, SelectorsChooseWhatIsShownAndFailuresWriteNoDocument) {
   EXPECT_EQ(object.at("relocations").at(0).at("expression"), "(led_toggle>>2)");
   EXPECT_EQ(object.at("relocations").at(0).at("value"), 0x38);
 
+  // JSON Lines: the opening, then one item a line, in the document's order.
+  outcome = Kofd(dir, "dump --json-lines " + sSample);
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  std::vector<std::string> vKinds;
+  std::size_t nAt = 0;
+  for (std::size_t nEnd; (nEnd = outcome.out.find('\n', nAt)) != std::string::npos; nAt = nEnd + 1) {
+    const json line = json::parse(outcome.out.substr(nAt, nEnd - nAt));
+    vKinds.push_back(line.contains("record") ? line.at("record").get<std::string>() : line.at("schema").get<std::string>());
+  }
+  EXPECT_EQ(nAt, outcome.out.size()) << "the last line ends with a line feed";
+  ASSERT_EQ(vKinds.size(), 1u + 1 + 1 + 16 + 15 + 7);
+  EXPECT_EQ(vKinds[0], "kofd/1");
+  EXPECT_EQ(vKinds[1], "header");
+  EXPECT_EQ(vKinds[3], "section");
+  EXPECT_EQ(vKinds[19], "symbol");
+  EXPECT_EQ(vKinds.back(), "relocation");
+
   const std::string sArchive = Quoted(std::string(KOFD_EXAMPLES_DIR) + "/sample.a");
   outcome = Kofd(dir, "dump --json --member uart.o " + sArchive);
   ASSERT_EQ(outcome.status, 0) << outcome.err;
@@ -96,7 +113,8 @@ TEST(CliDumpJson, SelectorsChooseWhatIsShownAndFailuresWriteNoDocument) {
   EXPECT_EQ(archive.at("members").at(0).at("index"), 1);
 
   for (const std::string& sArguments : {"dump --json --section 99 " + sSample, "dump --json --member nothing.o " + sArchive,
-                                        "dump --json --contents " + sArchive, "dump --json " + Quoted(dir.Path("missing.o"))}) {
+                                        "dump --json --contents " + sArchive, "dump --json-lines " + sArchive,
+                                        "dump --json " + Quoted(dir.Path("missing.o"))}) {
     outcome = Kofd(dir, sArguments);
     EXPECT_EQ(outcome.status, 1) << sArguments;
     EXPECT_EQ(outcome.out, "") << sArguments;
