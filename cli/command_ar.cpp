@@ -18,6 +18,7 @@
 #include "escape.h"
 #include "frame/error.h"
 #include "frame/replacing_file.h"
+#include "json_result.h"
 #include "object/kofd_elf.h"
 #include "object_file.h"
 #include "platform/platform.h"
@@ -33,6 +34,7 @@ struct ArOptions {
   std::string sLibrary;
   std::string sSymbol;
   std::vector<std::string> vItems;
+  bool bJson = false;
 };
 
 // "kofd: adding 12/200" on standard error, rewritten in place, when it is a terminal.
@@ -88,7 +90,7 @@ void CheckAddable(C_KOfdArchive& archive, const std::string& sObject) {
   }
 }
 
-int RunAdd(C_KOfdArchive& archive, C_ReplacingFile& output, const ArOptions& options) {
+int RunAdd(C_KOfdArchive& archive, C_ReplacingFile& output, const ArOptions& options, std::size_t* pnMembers) {
   Progress progress("adding", options.vItems.size());
   for (std::size_t i = 0; i < options.vItems.size(); ++i) {
     const std::string& sObject = options.vItems[i];
@@ -101,10 +103,12 @@ int RunAdd(C_KOfdArchive& archive, C_ReplacingFile& output, const ArOptions& opt
     progress.Step(i + 1);
   }
   archive.SaveTo(output);
+  *pnMembers = archive.MemberCount();
   return 0;
 }
 
-int RunChange(const std::string& sCommand, const ArOptions& options) {
+// The change made; *pnMembers is the count of members the archive then has.
+int ChangeArchive(const std::string& sCommand, const ArOptions& options, std::size_t* pnMembers) {
   return RunReporting(options.sLibrary, [&] {
     const bool bCreate = sCommand == "create";
     // A dangling symbolic link counts: creating through it would write where it points.
@@ -114,10 +118,11 @@ int RunChange(const std::string& sCommand, const ArOptions& options) {
     if (bCreate) {
       archive.Attach(options.sLibrary.c_str(), options.sLibrary.c_str(), 0, 0, 0);
       archive.Create();
-      return RunAdd(archive, output, options);
+      *pnMembers = archive.MemberCount();
+      return RunAdd(archive, output, options, pnMembers);
     }
     OpenArchive(archive, options.sLibrary);
-    if (sCommand == "add") return RunAdd(archive, output, options);
+    if (sCommand == "add") return RunAdd(archive, output, options, pnMembers);
     Progress progress("removing", options.vItems.size());
     for (std::size_t i = 0; i < options.vItems.size(); ++i) {
       DWORD dwMember = 0;
@@ -126,14 +131,55 @@ int RunChange(const std::string& sCommand, const ArOptions& options) {
       progress.Step(i + 1);
     }
     archive.SaveTo(output);
+    *pnMembers = archive.MemberCount();
     return 0;
   });
+}
+
+// The result of a change that succeeded: the items as given and the members the archive has now.
+int WriteChange(const std::string& sCommand, const ArOptions& options, std::size_t nMembers) {
+  C_JsonWriter json(stdout);
+  json.BeginDocument("ar " + sCommand);
+  json.Name("file", options.sLibrary);
+  json.Key("items").BeginArray();
+  for (const std::string& sItem : options.vItems) {
+    json.BeginObject();
+    json.Name("name", sItem);
+    json.EndObject();
+  }
+  json.EndArray();
+  json.Key("member_count").Number(nMembers);
+  json.EndObject();
+  return FinishJson(json, options.sLibrary);
+}
+
+int RunChange(const std::string& sCommand, const ArOptions& options) {
+  std::size_t nMembers = 0;
+  const int status = ChangeArchive(sCommand, options, &nMembers);
+  return status == 0 && options.bJson ? WriteChange(sCommand, options, nMembers) : status;
 }
 
 int RunList(const ArOptions& options) {
   return RunReporting(options.sLibrary, [&] {
     C_KOfdArchive archive;
     OpenArchive(archive, options.sLibrary);
+    if (options.bJson) {
+      C_JsonWriter json(stdout);
+      json.BeginDocument("ar list");
+      json.Name("file", options.sLibrary);
+      json.Key("members").BeginArray();
+      for (DWORD i = 0; i < archive.MemberCount(); ++i) {
+        C_KArcObjectMember& member = archive.MemberAt(i);
+        json.BeginObject();
+        json.Key("index").Number(i);
+        json.Key("size").Number(member.GetSize());
+        json.Name("name", member.GetName());
+        json.EndObject();
+      }
+      json.EndArray();
+      json.EndObject();
+      return FinishJson(json, options.sLibrary);
+    }
     for (DWORD i = 0; i < archive.MemberCount(); ++i) {
       C_KArcObjectMember& member = archive.MemberAt(i);
       printf("%u\t%u\t%s\n", static_cast<unsigned>(i), static_cast<unsigned>(member.GetSize()), EscapeText(member.GetName()).c_str());
@@ -147,6 +193,25 @@ int RunSymbols(const ArOptions& options) {
     C_KOfdArchive archive;
     OpenArchive(archive, options.sLibrary);
     C_KArcLinkMember& link = archive.LinkMember();
+    if (options.bJson) {
+      // Every symbol's member is checked first, so that a damaged linker member fails before the
+      // document starts; the document is then written as it is made, however many symbols.
+      for (DWORD i = 0; i < link.GetNameCount(); ++i) MemberOfSymbol(archive, i, link.GetSymbolName(i));
+      C_JsonWriter json(stdout);
+      json.BeginDocument("ar symbols");
+      json.Name("file", options.sLibrary);
+      json.Key("symbols").BeginArray();
+      for (DWORD i = 0; i < link.GetNameCount(); ++i) {
+        const char* pszSymbol = link.GetSymbolName(i);
+        json.BeginObject();
+        json.Name("name", pszSymbol);
+        json.Name("member", MemberOfSymbol(archive, i, pszSymbol));
+        json.EndObject();
+      }
+      json.EndArray();
+      json.EndObject();
+      return FinishJson(json, options.sLibrary);
+    }
     for (DWORD i = 0; i < link.GetNameCount(); ++i) {
       const char* pszSymbol = link.GetSymbolName(i);
       printf("%s\t%s\n", EscapeText(pszSymbol).c_str(), EscapeText(MemberOfSymbol(archive, i, pszSymbol)).c_str());
@@ -160,6 +225,18 @@ int RunFind(const ArOptions& options) {
     C_KOfdArchive archive;
     OpenArchive(archive, options.sLibrary);
     const long lSymbol = archive.LinkMember().FindSymbol(options.sSymbol.c_str());
+    if (options.bJson) {
+      // An absent symbol is an answer, not a failure: the document says so with a null member.
+      const char* pszMember = lSymbol < 0 ? nullptr : MemberOfSymbol(archive, static_cast<DWORD>(lSymbol), options.sSymbol.c_str());
+      C_JsonWriter json(stdout);
+      json.BeginDocument("ar find");
+      json.Name("file", options.sLibrary);
+      json.Name("symbol", options.sSymbol);
+      if (pszMember) json.Name("member", pszMember);
+      else json.Key("member").Null();
+      json.EndObject();
+      return FinishJson(json, options.sLibrary, pszMember ? 0 : kExitFailure);
+    }
     if (lSymbol < 0) Fail("no member defines " + EscapeText(options.sSymbol));
     printf("%s\n", EscapeText(MemberOfSymbol(archive, static_cast<DWORD>(lSymbol), options.sSymbol.c_str())).c_str());
     return 0;
@@ -174,12 +251,15 @@ void RegisterAr(CLI::App& app, CommandResult& result) {
   command->add_option("LIB", options->sLibrary, "The archive")->required();
   command->require_subcommand(1);
 
-  command->add_subcommand("list", "One line per member: INDEX<TAB>SIZE<TAB>NAME")
-      ->callback([options, &result] { result.status = RunList(*options); });
-  command->add_subcommand("symbols", "One line per global symbol: SYMBOL<TAB>MEMBER NAME")
-      ->callback([options, &result] { result.status = RunSymbols(*options); });
+  CLI::App* list = command->add_subcommand("list", "One line per member: INDEX<TAB>SIZE<TAB>NAME");
+  list->add_flag("--json", options->bJson, JsonHelp("ar-list"));
+  list->callback([options, &result] { result.status = RunList(*options); });
+  CLI::App* symbols = command->add_subcommand("symbols", "One line per global symbol: SYMBOL<TAB>MEMBER NAME");
+  symbols->add_flag("--json", options->bJson, JsonHelp("ar-symbols"));
+  symbols->callback([options, &result] { result.status = RunSymbols(*options); });
   CLI::App* find = command->add_subcommand("find", "The name of the member that defines SYMBOL (exit 1 if none)");
   find->add_option("SYMBOL", options->sSymbol, "A global symbol, matched exactly")->required();
+  find->add_flag("--json", options->bJson, JsonHelp("ar-find") + "; an absent symbol has a null member");
   find->callback([options, &result] { result.status = RunFind(*options); });
 
   struct Change {
@@ -199,6 +279,7 @@ void RegisterAr(CLI::App& app, CommandResult& result) {
     CLI::App* sub = command->add_subcommand(change.pszName, change.pszHelp);
     CLI::Option* items = sub->add_option(change.pszItems, options->vItems, change.pszItemHelp);
     if (change.bRequired) items->required();
+    sub->add_flag("--json", options->bJson, JsonHelp("ar-change"));
     const std::string sName = change.pszName;
     sub->callback([options, sName, &result] { result.status = RunChange(sName, *options); });
   }

@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "escape.h"
 #include "frame/text.h"
+#include "json_result.h"
 #include "object_file.h"
 #include "platform/control_model.h"
 #include "present/browse.h"
@@ -24,6 +25,7 @@ struct BrowseOptions {
   std::string sPath;
   std::string sSelect;
   bool bAll = false;
+  bool bJson = false;
 };
 
 struct Destroyer {
@@ -92,6 +94,71 @@ view_text::ListView ShowList(I_Browse* pBrowse, const platform::ListModel& list,
   return view;
 }
 
+// The items under hParent, each with its text and its own children.
+void WriteTree(C_JsonWriter& json, const platform::TreeModel& tree, platform::TreeItem hParent) {
+  json.BeginArray();
+  for (platform::TreeItem hChild : tree.Children(hParent)) {
+    json.BeginObject();
+    json.Name("text", tree.Find(hChild)->sText);
+    json.Key("children");
+    WriteTree(json, tree, hChild);
+    json.EndObject();
+  }
+  json.EndArray();
+}
+
+// A list as its item's text, its column titles and its rows; a row whose cells are not all
+// valid UTF-8 also has every cell's bytes in hexadecimal.
+void WriteList(C_JsonWriter& json, const std::string& sItem, const view_text::ListView& view) {
+  json.BeginObject();
+  json.Name("item", sItem);
+  json.Key("columns").BeginArray();
+  for (const std::string& sTitle : view.vTitles) json.String(sTitle);
+  json.EndArray();
+  json.Key("rows").BeginArray();
+  for (const std::vector<std::string>& vCells : view.vRows) {
+    json.BeginObject();
+    json.Key("cells").BeginArray();
+    bool bValid = true;
+    for (const std::string& sCell : vCells) bValid = json.String(sCell) && bValid;
+    json.EndArray();
+    if (!bValid) {
+      json.Key("cells_hex").BeginArray();
+      for (const std::string& sCell : vCells) json.Hex(sCell.data(), sCell.size());
+      json.EndArray();
+    }
+    json.EndObject();
+  }
+  json.EndArray();
+  json.EndObject();
+}
+
+// The whole tree, then the lists chosen (one with --select, every one with --all), each filled
+// before the document starts.
+int WriteBrowse(const BrowseOptions& options, const platform::TreeModel& tree, const platform::ListModel& list,
+                const std::vector<TreeEntry>& entries) {
+  std::vector<std::pair<std::string, view_text::ListView>> lists;
+  for (const TreeEntry& entry : entries) {
+    I_Browse* pBrowse = BrowseOf(tree, entry.hItem);
+    const std::string& sItem = tree.Find(entry.hItem)->sText;
+    const bool bChosen = options.sSelect.empty() ? options.bAll : kofd_text::EqualIgnoringCase(sItem.c_str(), options.sSelect.c_str());
+    if (!pBrowse || !bChosen) continue;
+    lists.emplace_back(sItem, ShowList(pBrowse, list, options.sSelect.empty() ? sItem : options.sSelect));
+    if (!options.sSelect.empty()) break;
+  }
+  if (!options.sSelect.empty() && lists.empty()) return ReportFailure(options.sPath, "no item " + EscapeText(options.sSelect) + " in the tree");
+  C_JsonWriter json(stdout);
+  json.BeginDocument("browse");
+  json.Name("file", options.sPath);
+  json.Key("tree");
+  WriteTree(json, tree, platform::kTreeRoot);
+  json.Key("lists").BeginArray();
+  for (const auto& item : lists) WriteList(json, item.first, item.second);
+  json.EndArray();
+  json.EndObject();
+  return FinishJson(json, options.sPath);
+}
+
 int RunBrowse(const BrowseOptions& options) {
   return RunReporting(options.sPath, [&] {
     BrowsedDocument document = OpenBrowsed(options.sPath);
@@ -105,6 +172,7 @@ int RunBrowse(const BrowseOptions& options) {
 
     std::vector<TreeEntry> entries;
     Walk(tree, platform::kTreeRoot, 0, &entries);
+    if (options.bJson) return WriteBrowse(options, tree, list, entries);
     std::string sOut;
     if (!options.sSelect.empty()) {
       for (const TreeEntry& entry : entries) {
@@ -140,6 +208,7 @@ void RegisterBrowse(CLI::App& app, CommandResult& result) {
   CLI::Option* select = command->add_option(
       "--select", options->sSelect, "Show the list of one item instead of the tree: a caption such as \"Section Header\", or a section or member name (ignoring case)");
   command->add_flag("--all", options->bAll, "After the tree, show the list of every item in tree order")->excludes(select);
+  command->add_flag("--json", options->bJson, JsonHelp("browse") + ": the tree nested, then the lists chosen");
   command->callback([options, &result] { result.status = RunBrowse(*options); });
 }
 

@@ -11,6 +11,8 @@
 #include "edit/image_layout.h"
 #include "escape.h"
 #include "frame/replacing_file.h"
+#include "json_result.h"
+#include "present/names.h"
 #include "object_file.h"
 #include "platform/platform.h"
 #include "report.h"
@@ -24,10 +26,12 @@ struct EditOptions {
   std::vector<std::string> vRenameSection, vSetAddress, vAddSection, vRemoveSection, vSetContents, vPatch, vAddBank;
   bool bCompact = false;
   bool bForce = false;
+  bool bJson = false;
 };
 
 struct NewOptions {
   std::string sPath, sChip, sType;
+  bool bJson = false;
 };
 
 // An argument that does not say what its option needs: a usage error.
@@ -77,33 +81,37 @@ std::vector<BYTE> HexBytes(const std::string& sOption, const std::string& sArgum
 }
 
 // One edit, its arguments checked before the object is read, run on the image later.
-using Edit = std::function<void(C_ImageEditor&)>;
+struct Edit {
+  const char* pszOption;
+  std::string sArgument;
+  std::function<void(C_ImageEditor&)> run;
+};
 
 std::vector<Edit> ParseEdits(const EditOptions& options) {
   std::vector<Edit> edits;
-  for (const std::string& sArg : options.vRemoveSymbol) edits.push_back([sArg](C_ImageEditor& e) { e.RemoveSymbol(sArg); });
-  for (const std::string& sArg : options.vRemoveSection) edits.push_back([sArg](C_ImageEditor& e) { e.RemoveSection(sArg); });
+  for (const std::string& sArg : options.vRemoveSymbol) edits.push_back({"--remove-symbol", sArg, [sArg](C_ImageEditor& e) { e.RemoveSymbol(sArg); }});
+  for (const std::string& sArg : options.vRemoveSection) edits.push_back({"--remove-section", sArg, [sArg](C_ImageEditor& e) { e.RemoveSection(sArg); }});
   for (const std::string& sArg : options.vRenameSymbol) {
     const auto names = SplitAssignment("--rename-symbol", sArg, false);
-    edits.push_back([names](C_ImageEditor& e) { e.RenameSymbol(names.first, names.second); });
+    edits.push_back({"--rename-symbol", sArg, [names](C_ImageEditor& e) { e.RenameSymbol(names.first, names.second); }});
   }
   for (const std::string& sArg : options.vRenameSection) {
     const auto names = SplitAssignment("--rename-section", sArg, false);
-    edits.push_back([names](C_ImageEditor& e) { e.RenameSection(names.first, names.second); });
+    edits.push_back({"--rename-section", sArg, [names](C_ImageEditor& e) { e.RenameSection(names.first, names.second); }});
   }
   for (const std::string& sArg : options.vSetSymbol) {
     const auto parts = SplitAssignment("--set-symbol", sArg, true);
     const DWORD dwValue = NumberArgument("--set-symbol", sArg, parts.second);
-    edits.push_back([parts, dwValue](C_ImageEditor& e) { e.SetSymbolValue(parts.first, dwValue); });
+    edits.push_back({"--set-symbol", sArg, [parts, dwValue](C_ImageEditor& e) { e.SetSymbolValue(parts.first, dwValue); }});
   }
   for (const std::string& sArg : options.vSetAddress) {
     const auto parts = SplitAssignment("--set-section-address", sArg, true);
     const DWORD dwAddress = NumberArgument("--set-section-address", sArg, parts.second);
-    edits.push_back([parts, dwAddress](C_ImageEditor& e) { e.SetSectionAddress(parts.first, dwAddress); });
+    edits.push_back({"--set-section-address", sArg, [parts, dwAddress](C_ImageEditor& e) { e.SetSectionAddress(parts.first, dwAddress); }});
   }
   for (const std::string& sArg : options.vSetContents) {
     const auto parts = SplitAssignment("--set-contents", sArg, false);
-    edits.push_back([parts](C_ImageEditor& e) { e.SetContents(parts.first, ReadFileBytes(parts.second.c_str())); });
+    edits.push_back({"--set-contents", sArg, [parts](C_ImageEditor& e) { e.SetContents(parts.first, ReadFileBytes(parts.second.c_str())); }});
   }
   for (const std::string& sArg : options.vPatch) {
     const auto parts = SplitAssignment("--patch", sArg, true);
@@ -113,14 +121,14 @@ std::vector<Edit> ParseEdits(const EditOptions& options) {
     const std::vector<BYTE> vBytes = HexBytes("--patch", sArg, parts.second);
     const std::string sSection = parts.first.substr(0, nColon);
     const bool bForce = options.bForce;
-    edits.push_back([sSection, dwOffset, vBytes, bForce](C_ImageEditor& e) { e.Patch(sSection, dwOffset, vBytes, bForce); });
+    edits.push_back({"--patch", sArg, [sSection, dwOffset, vBytes, bForce](C_ImageEditor& e) { e.Patch(sSection, dwOffset, vBytes, bForce); }});
   }
   for (const std::string& sArg : options.vAddSection) {
     auto parts = SplitAssignment("--add-section", sArg, false);
     DWORD dwType = SHT_KEL_PROGBITS;
     const std::size_t nColon = parts.second.rfind(':');
     if (nColon != std::string::npos && ParseNumber(parts.second.substr(nColon + 1), 0xFFFFFFFFu, &dwType)) parts.second.resize(nColon);
-    edits.push_back([parts, dwType](C_ImageEditor& e) { e.AddSection(parts.first, ReadFileBytes(parts.second.c_str()), dwType); });
+    edits.push_back({"--add-section", sArg, [parts, dwType](C_ImageEditor& e) { e.AddSection(parts.first, ReadFileBytes(parts.second.c_str()), dwType); }});
   }
   for (const std::string& sArg : options.vAddSymbol) {
     const auto parts = SplitAssignment("--add-symbol", sArg, false);
@@ -135,13 +143,13 @@ std::vector<Edit> ParseEdits(const EditOptions& options) {
     if (nColon == std::string::npos || nColon == 0) Usage("--add-symbol", sArg, "needs the form NAME=SEL:VALUE[:local|global]");
     const DWORD dwValue = NumberArgument("--add-symbol", sArg, sRest.substr(nColon + 1));
     const std::string sSection = sRest.substr(0, nColon), sName = parts.first;
-    edits.push_back([sName, sSection, dwValue, bGlobal](C_ImageEditor& e) { e.AddSymbol(sName, sSection, dwValue, bGlobal); });
+    edits.push_back({"--add-symbol", sArg, [sName, sSection, dwValue, bGlobal](C_ImageEditor& e) { e.AddSymbol(sName, sSection, dwValue, bGlobal); }});
   }
   for (const std::string& sArg : options.vAddBank) {
     const auto parts = SplitAssignment("--add-bank", sArg, false);
     const DWORD dwAddress = NumberArgument("--add-bank", sArg, parts.first);
     const DWORD dwBank = NumberArgument("--add-bank", sArg, parts.second);
-    edits.push_back([dwAddress, dwBank](C_ImageEditor& e) { e.AddBankRecord(dwAddress, dwBank); });
+    edits.push_back({"--add-bank", sArg, [dwAddress, dwBank](C_ImageEditor& e) { e.AddBankRecord(dwAddress, dwBank); }});
   }
   return edits;
 }
@@ -185,9 +193,24 @@ int RunEdit(const EditOptions& options) {
     C_ObjectImage image(*document, options.sPath.c_str());
     document.reset();
     C_ImageEditor editor(image);
-    for (const Edit& edit : edits) edit(editor);
+    for (const Edit& edit : edits) edit.run(editor);
     WriteObjectImage(image, *output, options.bCompact);
-    return 0;
+    if (!options.bJson) return 0;
+    C_JsonWriter json(stdout);
+    json.BeginDocument("edit");
+    json.Name("file", options.sPath);
+    json.Name("output", sTarget);
+    json.Key("compact").Bool(options.bCompact);
+    json.Key("edits").BeginArray();
+    for (const Edit& edit : edits) {
+      json.BeginObject();
+      json.Key("option").String(edit.pszOption);
+      json.Name("argument", edit.sArgument);
+      json.EndObject();
+    }
+    json.EndArray();
+    json.EndObject();
+    return FinishJson(json, sTarget);
   });
 }
 
@@ -200,7 +223,15 @@ int RunNew(const NewOptions& options) {
     C_ReplacingFile output(options.sPath.c_str(), platform::kReplaceNew);
     C_ObjectImage image(dwChip, static_cast<WORD>(dwType));
     WriteObjectImage(image, output, false);
-    return 0;
+    if (!options.bJson) return 0;
+    C_JsonWriter json(stdout);
+    json.BeginDocument("new");
+    json.Name("file", options.sPath);
+    json.Name("output", options.sPath);
+    json.Key("chip").Named(dwChip, ChipName(dwChip));
+    json.Key("type").Named(dwType, FileTypeName(static_cast<WORD>(dwType)));
+    json.EndObject();
+    return FinishJson(json, options.sPath);
   });
 }
 
@@ -231,6 +262,7 @@ void RegisterEdit(CLI::App& app, CommandResult& result) {
   for (const auto& edit : edits) command->add_option(edit.pszName, *edit.pValues, edit.pszHelp);
   command->add_flag("--compact", options->bCompact, "Lay every section out afresh in index order, the section header table last");
   command->add_flag("--force", options->bForce, "Patch bytes that a relocation rewrites all the same");
+  command->add_flag("--json", options->bJson, JsonHelp("edit") + ": the output path and the edits applied, in order");
   command->callback([options, &result] { result.status = RunEdit(*options); });
 
   CLI::App* create = app.add_subcommand("new", "Create an empty object (its null section and \".shstrtab\") to edit");
@@ -238,6 +270,7 @@ void RegisterEdit(CLI::App& app, CommandResult& result) {
   create->add_option("OUT", newOptions->sPath, "The object to create; it must not exist")->required();
   create->add_option("--chip", newOptions->sChip, "The chip number (unsigned 32-bit, decimal or 0x hex)")->required();
   create->add_option("--type", newOptions->sType, "The file type: 1 relocatable, 2 executable...")->required();
+  create->add_flag("--json", newOptions->bJson, JsonHelp("new"));
   create->callback([newOptions, &result] { result.status = RunNew(*newOptions); });
 }
 

@@ -2,11 +2,13 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "commands.h"
 #include "escape.h"
 #include "frame/exports.h"
 #include "frame/file.h"
+#include "json_result.h"
 #include "object/kofd_elf.h"
 #include "present/names.h"
 #include "report.h"
@@ -19,38 +21,86 @@ struct FactoryDeleter {
   void operator()(I_Factory* pFactory) const { pFactory->Destroy(); }
 };
 
+struct SectionSummary {
+  DWORD dwIndex;
+  std::string sName;
+  DWORD dwType;
+  DWORD dwSize;
+};
+
 // Chip, type, the sections and the symbol count of an object the factory built.
-void PrintObjectSummary(I_Unknown* pDocument, const std::string& sPath) {
+struct ObjectSummary {
+  bool bHeader = false;
+  DWORD dwChip = 0;
+  WORD wType = 0;
+  std::vector<SectionSummary> vSections;
+  DWORD dwSectionCount = 0;
+  DWORD dwSymbols = 0;
+};
+
+// False when the factory built no object (an archive).
+bool ReadObjectSummary(I_Unknown* pDocument, const std::string& sPath, ObjectSummary* pSummary) {
   I_KOfdELF* pElf = dynamic_cast<I_KOfdELF*>(pDocument);
   I_File* pFile = dynamic_cast<I_File*>(pDocument);
-  if (!pElf || !pFile) return;
+  if (!pElf || !pFile) return false;
   pFile->AttachPath(sPath.c_str(), 0);
   ThrowIfFailed(pElf->Read(), pDocument);
   I_KElfHeader* pHeader = nullptr;
   KEL_EHDR* pRecord = nullptr;
   if (pElf->GetFileHeader(&pHeader) == S_OK && pHeader->GetRecord(&pRecord) == S_OK && pRecord) {
-    printf("chip: %s\ntype: %s\n", ChipName(pRecord->e_chip).c_str(), FileTypeName(pRecord->e_type));
+    pSummary->bHeader = true;
+    pSummary->dwChip = pRecord->e_chip;
+    pSummary->wType = pRecord->e_type;
   }
   I_KElfSectionHeader* pSections = nullptr;
-  DWORD dwCount = 0;
   pElf->GetSectionHeader(&pSections);
-  pElf->GetSectionCount(&dwCount);
-  printf("sections: %u\n", static_cast<unsigned>(dwCount));
-  for (DWORD i = 0; pSections && i < dwCount; ++i) {
+  pElf->GetSectionCount(&pSummary->dwSectionCount);
+  for (DWORD i = 0; pSections && i < pSummary->dwSectionCount; ++i) {
     KEL_SHDR* pSection = nullptr;
     const char* pszName = nullptr;
     if (pSections->GetAt(i, &pSection) != S_OK || !pSection) continue;
     if (pElf->GetSectionName(i, &pszName) != S_OK || !pszName) pszName = "";
-    printf("  %5u  %-16s %-8s %10u\n", static_cast<unsigned>(i), EscapeText(pszName).c_str(), SectionTypeName(pSection->sh_type),
-           static_cast<unsigned>(pSection->sh_size));
+    pSummary->vSections.push_back({i, pszName, pSection->sh_type, pSection->sh_size});
   }
   I_KOfdSymbolTable* pSymbols = nullptr;
-  DWORD dwSymbols = 0;
-  if (pElf->GetSymbolTable(&pSymbols) == S_OK && pSymbols) pSymbols->GetSymbolCount(&dwSymbols);
-  printf("symbols: %u\n", static_cast<unsigned>(dwSymbols));
+  if (pElf->GetSymbolTable(&pSymbols) == S_OK && pSymbols) pSymbols->GetSymbolCount(&pSummary->dwSymbols);
+  return true;
 }
 
-int RunInfo(const std::string& sPath) {
+void PrintObjectSummary(const ObjectSummary& summary) {
+  if (summary.bHeader) printf("chip: %s\ntype: %s\n", ChipName(summary.dwChip).c_str(), FileTypeName(summary.wType));
+  printf("sections: %u\n", static_cast<unsigned>(summary.dwSectionCount));
+  for (const SectionSummary& section : summary.vSections) {
+    printf("  %5u  %-16s %-8s %10u\n", static_cast<unsigned>(section.dwIndex), EscapeText(section.sName).c_str(),
+           SectionTypeName(section.dwType), static_cast<unsigned>(section.dwSize));
+  }
+  printf("symbols: %u\n", static_cast<unsigned>(summary.dwSymbols));
+}
+
+void WriteObjectSummary(C_JsonWriter& json, const ObjectSummary& summary) {
+  json.BeginObject();
+  json.Key("chip");
+  if (summary.bHeader) json.Named(summary.dwChip, ChipName(summary.dwChip));
+  else json.Null();
+  json.Key("type");
+  if (summary.bHeader) json.Named(summary.wType, FileTypeName(summary.wType));
+  else json.Null();
+  json.Key("section_count").Number(summary.dwSectionCount);
+  json.Key("sections").BeginArray();
+  for (const SectionSummary& section : summary.vSections) {
+    json.BeginObject();
+    json.Key("index").Number(section.dwIndex);
+    json.Name("name", section.sName);
+    json.Key("type").Named(section.dwType, SectionTypeName(section.dwType));
+    json.Key("size").Number(section.dwSize);
+    json.EndObject();
+  }
+  json.EndArray();
+  json.Key("symbols").Number(summary.dwSymbols);
+  json.EndObject();
+}
+
+int RunInfo(const std::string& sPath, bool bJson) {
   return RunReporting(sPath, [&] {
     // Attaching takes the size and turns an unreadable file into a message that says why.
     C_File file;
@@ -66,16 +116,32 @@ int RunInfo(const std::string& sPath) {
     // An empty file has no first bytes to read: it is simply of no known kind.
     if (dwSizeLow != 0 || dwSizeHigh != 0) hr = factory->CreateInstance(sPath.c_str(), &pDocument, &pszInterface);
     const char* pszKind = nullptr;
+    const char* pszJsonKind = "other";
     if (hr == S_OK) {
-      pszKind = std::string(pszInterface) == "I_KOfdELF" ? "KELF object" : "archive";
+      const bool bObject = std::string(pszInterface) == "I_KOfdELF";
+      pszKind = bObject ? "KELF object" : "archive";
+      pszJsonKind = bObject ? "object" : "archive";
     } else if (hr == S_FALSE) {
       pszKind = "neither a KELF object nor an archive";
     } else {
       return ReportFailure(sPath, hr);
     }
-    printf("%s: %s\n", EscapeText(sPath).c_str(), pszKind);
-    if (pDocument) PrintObjectSummary(pDocument, sPath);
-    return 0;
+    ObjectSummary summary;
+    if (!bJson) {
+      printf("%s: %s\n", EscapeText(sPath).c_str(), pszKind);
+      if (pDocument && ReadObjectSummary(pDocument, sPath, &summary)) PrintObjectSummary(summary);
+      return 0;
+    }
+    const bool bSummary = pDocument && ReadObjectSummary(pDocument, sPath, &summary);
+    C_JsonWriter json(stdout);
+    json.BeginDocument("info");
+    json.Name("file", sPath);
+    json.Key("kind").String(pszJsonKind);
+    json.Key("object");
+    if (bSummary) WriteObjectSummary(json, summary);
+    else json.Null();
+    json.EndObject();
+    return FinishJson(json, sPath);
   });
 }
 
@@ -83,9 +149,14 @@ int RunInfo(const std::string& sPath) {
 
 void RegisterInfo(CLI::App& app, CommandResult& result) {
   CLI::App* command = app.add_subcommand("info", "Say whether FILE is a KELF object, an archive or neither, and summarise an object");
-  auto path = std::make_shared<std::string>();
-  command->add_option("FILE", *path, "The file to inspect")->required();
-  command->callback([path, &result] { result.status = RunInfo(*path); });
+  struct Options {
+    std::string sPath;
+    bool bJson = false;
+  };
+  auto options = std::make_shared<Options>();
+  command->add_option("FILE", options->sPath, "The file to inspect")->required();
+  command->add_flag("--json", options->bJson, JsonHelp("info"));
+  command->callback([options, &result] { result.status = RunInfo(options->sPath, options->bJson); });
 }
 
 }  // namespace cli

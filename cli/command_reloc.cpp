@@ -13,6 +13,7 @@
 #include "frame/error.h"
 #include "frame/fileio.h"
 #include "frame/replacing_file.h"
+#include "json_result.h"
 #include "object_file.h"
 #include "platform/platform.h"
 #include "reloc/relocation_tables.h"
@@ -26,6 +27,7 @@ struct RelocOptions {
   std::string sSection;
   std::string sApply;
   std::string sOutput;
+  bool bJson = false;
 };
 
 // The relocation section of type 22 at dwIndex, or null.
@@ -126,6 +128,47 @@ void PrintTable(C_KOfdELF4& document, DWORD dwIndex, ListingWriter& out) {
   }
 }
 
+// The same records as one array of objects; a value that cannot be evaluated is null with its
+// failure code, an expression without text null.
+void WriteTable(C_KOfdELF4& document, DWORD dwIndex, C_JsonWriter& json) {
+  json.BeginObject();
+  json.Key("index").Number(dwIndex);
+  json.Name("name", SectionName(document, dwIndex));
+  json.Key("relocations").BeginArray();
+  C_KOfdRelxebTable* pTable = TableAt(document, dwIndex);
+  struct Remembering {
+    C_KOfdRelxebTable* pTable;
+    ~Remembering() { pTable->RememberRuns(false); }
+  } remembering{pTable};
+  pTable->RememberRuns(true);
+  char szText[256];
+  for (DWORD i = 0; i < pTable->GetCount(); ++i) {
+    KEL_RELXEB* pRecord = nullptr;
+    pTable->GetAt(i, &pRecord);
+    json.BeginObject();
+    json.Key("index").Number(i);
+    json.Key("offset").Number(pRecord->Offset);
+    json.Key("to_start").Number(pRecord->to_start);
+    json.Key("to_end").Number(pRecord->to_end);
+    DWORD dwValue = 0;
+    const HRESULT hr = pTable->Evaluate(i, &dwValue);
+    json.Key("value");
+    if (hr == S_OK) json.Number(dwValue);
+    else json.Null();
+    json.Key("error");
+    if (hr == S_OK) json.Null();
+    else json.Number(static_cast<DWORD>(hr));
+    if (pTable->GetExpressionText(i, szText, sizeof szText) == S_OK) {
+      json.Name("expression", szText);
+    } else {
+      json.Key("expression").Null();
+    }
+    json.EndObject();
+  }
+  json.EndArray();
+  json.EndObject();
+}
+
 // Prints each high-byte report as it comes.
 class PrintingSink : public C_KOfdRelocationSink {
  public:
@@ -133,6 +176,16 @@ class PrintingSink : public C_KOfdRelocationSink {
     printf("high byte %02x at %08x\n", static_cast<unsigned>(pPair[1]), static_cast<unsigned>(pPair[0]));
     return S_OK;
   }
+};
+
+// Keeps the high-byte reports for the JSON document, written once OUT is complete.
+class CollectingSink : public C_KOfdRelocationSink {
+ public:
+  HRESULT ReportHighByte(const DWORD* pPair) override {
+    m_vReports.push_back({pPair[0], pPair[1]});
+    return S_OK;
+  }
+  std::vector<std::pair<DWORD, DWORD>> m_vReports;  // address, byte
 };
 
 // The bytes a patched program section holds, and where the file has them.
@@ -182,6 +235,16 @@ int RunReloc(const RelocOptions& options) {
     std::unique_ptr<C_KOfdELF4> document = OpenObject(options.sPath);
     std::vector<DWORD> indexes;
     if (!SelectTables(*document, options, &indexes)) return kExitFailure;
+    if (options.sApply.empty() && options.bJson) {
+      C_JsonWriter json(stdout);
+      json.BeginDocument("reloc");
+      json.Name("file", options.sPath);
+      json.Key("sections").BeginArray();
+      for (DWORD dwIndex : indexes) WriteTable(*document, dwIndex, json);
+      json.EndArray();
+      json.EndObject();
+      return FinishJson(json, options.sPath);
+    }
     if (options.sApply.empty()) {
       ListingWriter out;
       for (DWORD dwIndex : indexes) PrintTable(*document, dwIndex, out);
@@ -190,7 +253,9 @@ int RunReloc(const RelocOptions& options) {
     const DWORD dwMode = options.sApply == "byte" ? KEL_RELOCATE_BYTE
                          : options.sApply == "half" ? KEL_RELOCATE_HALF
                                                     : KEL_RELOCATE_WORD;
-    PrintingSink sink;
+    PrintingSink printing;
+    CollectingSink collecting;
+    C_KOfdRelocationSink& sink = options.bJson ? static_cast<C_KOfdRelocationSink&>(collecting) : printing;
     std::map<DWORD, C_KOfdProgramTable*> targets;
     for (DWORD dwIndex : indexes) {
       C_KOfdRelxebTable* pTable = TableAt(*document, dwIndex);
@@ -218,7 +283,25 @@ int RunReloc(const RelocOptions& options) {
     } catch (const C_Exception& error) {
       return ReportFailure(options.sOutput, error);
     }
-    return 0;
+    if (!options.bJson) return 0;
+    C_JsonWriter json(stdout);
+    json.BeginDocument("reloc");
+    json.Name("file", options.sPath);
+    json.Name("output", options.sOutput);
+    json.Key("mode").Named(dwMode, options.sApply);
+    json.Key("sections").BeginArray();
+    for (DWORD dwIndex : indexes) json.Number(dwIndex);
+    json.EndArray();
+    json.Key("high_bytes").BeginArray();
+    for (const auto& report : collecting.m_vReports) {
+      json.BeginObject();
+      json.Key("address").Number(report.first);
+      json.Key("byte").Number(report.second);
+      json.EndObject();
+    }
+    json.EndArray();
+    json.EndObject();
+    return FinishJson(json, options.sPath);
   });
 }
 
@@ -232,6 +315,7 @@ void RegisterReloc(CLI::App& app, CommandResult& result) {
   CLI::Option* apply = command->add_option("--apply", options->sApply, "Apply the relocations; Offset counts bytes, 16-bit or 32-bit units")
                            ->check(CLI::IsMember({"byte", "half", "word"}));
   CLI::Option* output = command->add_option("-o", options->sOutput, "Where to write the relocated copy of FILE");
+  command->add_flag("--json", options->bJson, JsonHelp("reloc"));
   apply->needs(output);
   output->needs(apply);
   command->callback([options, &result] { result.status = RunReloc(*options); });

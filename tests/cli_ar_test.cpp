@@ -5,6 +5,7 @@
 #include <string>
 
 #include "archive_objects.h"
+#include "archive_writer.h"
 #include "cli_run.h"
 
 namespace {
@@ -113,4 +114,24 @@ TEST(CliAr, ManyChangesShowProgressOnATerminal) {
   const Outcome terminal = RunShell(dir, "cd " + Quoted(dir.Path("")) + " && script -qec " +
                                              Quoted(sTool + " ar lib.a remove" + sObjects) + " /dev/null");
   EXPECT_NE(terminal.out.find("kofd: removing 12/12"), std::string::npos) << terminal.out;
+}
+
+// A linker member that gives its last symbol no member: the JSON answers fail before their first
+// byte, though the listing before the bad symbol is larger than the writer's block.
+TEST(CliAr, JsonFailsWholeOnADamagedLinkerMember) {
+  TempDir dir;
+  kelf_test::ArchiveBuilder builder;
+  builder.AddMember("a.o", ObjectWith({{"alpha", 1}}));
+  builder.AddSymbol("alpha", 0);
+  for (int i = 0; i < 20000; ++i) builder.AddSymbol("symbol_" + std::to_string(i) + std::string(64, 'x'), 0);
+  builder.AddSymbol("ghost", 7);
+  builder.WriteFile(dir.Path("lib.a"));
+  const Objects objects(dir);
+  for (const char* pszArguments : {"symbols --json", "find ghost --json"}) {
+    const Outcome outcome = objects.Ar(pszArguments);
+    EXPECT_EQ(outcome.status, 1) << pszArguments;
+    EXPECT_EQ(outcome.out, "") << pszArguments;
+    EXPECT_EQ(outcome.err, "kofd: lib.a: the linker member gives symbol ghost no member of the archive\n") << pszArguments;
+  }
+  EXPECT_EQ(objects.Ar("find alpha --json").out, "{\"schema\":\"kofd/1\",\"command\":\"ar find\",\"file\":\"lib.a\",\"symbol\":\"alpha\",\"member\":\"a.o\"}");
 }
