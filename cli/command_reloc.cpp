@@ -108,11 +108,7 @@ void PrintTable(C_KOfdELF4& document, DWORD dwIndex, ListingWriter& out) {
   out.Text("section ").Decimal(dwIndex).Char(' ').Text(EscapeText(SectionName(document, dwIndex)).c_str()).EndLine();
   C_KOfdRelxebTable* pTable = TableAt(document, dwIndex);
   // Records naming one expression run share its value and text: each run is walked once.
-  struct Remembering {
-    C_KOfdRelxebTable* pTable;
-    ~Remembering() { pTable->RememberRuns(false); }
-  } remembering{pTable};
-  pTable->RememberRuns(true);
+  const C_RememberedRuns remembered(*pTable);
   char szText[256];
   for (DWORD i = 0; i < pTable->GetCount(); ++i) {
     KEL_RELXEB* pRecord = nullptr;
@@ -136,11 +132,7 @@ void WriteTable(C_KOfdELF4& document, DWORD dwIndex, C_JsonWriter& json) {
   json.Name("name", SectionName(document, dwIndex));
   json.Key("relocations").BeginArray();
   C_KOfdRelxebTable* pTable = TableAt(document, dwIndex);
-  struct Remembering {
-    C_KOfdRelxebTable* pTable;
-    ~Remembering() { pTable->RememberRuns(false); }
-  } remembering{pTable};
-  pTable->RememberRuns(true);
+  const C_RememberedRuns remembered(*pTable);
   char szText[256];
   for (DWORD i = 0; i < pTable->GetCount(); ++i) {
     KEL_RELXEB* pRecord = nullptr;

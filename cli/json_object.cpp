@@ -26,6 +26,14 @@ void BeginItem(C_JsonWriter& json, const char* pszRecord) {
   if (json.Lines()) json.Key("record").String(pszRecord);
 }
 
+// KEY: [first, second], as bit ranges and expression runs are shown.
+void WritePair(C_JsonWriter& json, const char* pszKey, DWORD dwFirst, DWORD dwSecond) {
+  json.Key(pszKey).BeginArray();
+  json.Number(dwFirst);
+  json.Number(dwSecond);
+  json.EndArray();
+}
+
 void BeginList(C_JsonWriter& json, const char* pszKey) {
   if (!json.Lines()) json.Key(pszKey).BeginArray();
 }
@@ -141,14 +149,8 @@ void WriteRecords(C_JsonWriter& json, I_KOfdSection* pSection, const KEL_SHDR& h
         json.Key("offset").Number(r.Offset);
         json.Key("symbol").Number(r.Info >> 8);
         json.Key("type").Number(r.Info & 0xFF);
-        json.Key("bits").BeginArray();
-        json.Number(r.t_start);
-        json.Number(r.t_end);
-        json.EndArray();
-        json.Key("expression").BeginArray();
-        json.Number(r.e_start);
-        json.Number(r.e_end);
-        json.EndArray();
+        WritePair(json, "bits", r.t_start, r.t_end);
+        WritePair(json, "expression", r.e_start, r.e_end);
       })) {
     return;
   }
@@ -248,6 +250,8 @@ void WriteSymbols(C_JsonWriter& json, I_KOfdELF& document) {
 void WriteRelocationsOf(C_JsonWriter& json, C_KOfdRelxebTable& table, DWORD dwSection) {
   DWORD dwCount = 0;
   table.GetCount(&dwCount);
+  // Records naming one expression run share its value and text: each run is walked once.
+  const C_RememberedRuns remembered(table);
   char szText[256];
   for (DWORD i = 0; i < dwCount; ++i) {
     KEL_RELXEB* p = nullptr;
@@ -258,14 +262,8 @@ void WriteRelocationsOf(C_JsonWriter& json, C_KOfdRelxebTable& table, DWORD dwSe
     json.Key("offset").Number(p->Offset);
     json.Key("symbol").Number(p->Info >> 8);
     json.Key("type").Number(p->Info & 0xFF);
-    json.Key("bits").BeginArray();
-    json.Number(p->to_start);
-    json.Number(p->to_end);
-    json.EndArray();
-    json.Key("run").BeginArray();
-    json.Number(p->exp_start);
-    json.Number(p->exp_end);
-    json.EndArray();
+    WritePair(json, "bits", p->to_start, p->to_end);
+    WritePair(json, "run", p->exp_start, p->exp_end);
     DWORD dwValue = 0;
     const HRESULT hr = table.Evaluate(i, &dwValue);
     if (hr == S_OK) json.Key("value").Number(dwValue);

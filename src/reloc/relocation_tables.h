@@ -176,6 +176,18 @@ class C_KOfdRelxebTable : public virtual I_KOfdRelxebTable,
   std::uint64_t m_qwWalks = 0;
 };
 
+// Runs are remembered for as long as it lives: the scope of one listing.
+class C_RememberedRuns {
+ public:
+  explicit C_RememberedRuns(C_KOfdRelxebTable& table) : m_Table(table) { m_Table.RememberRuns(true); }
+  ~C_RememberedRuns() { m_Table.RememberRuns(false); }
+  C_RememberedRuns(const C_RememberedRuns&) = delete;
+  C_RememberedRuns& operator=(const C_RememberedRuns&) = delete;
+
+ private:
+  C_KOfdRelxebTable& m_Table;
+};
+
 template <class Body>
 inline HRESULT C_KOfdRelxebTable::Z_Remembering(Body&& body) {
   if (m_bRemember) return body();
