@@ -120,7 +120,7 @@ C_ImageSection& C_ImageEditor::Z_SymbolTableToAddTo() {
   return table;
 }
 
-void C_ImageEditor::AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal) {
+C_ImageSymbol& C_ImageEditor::AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal) {
   if (sName.empty()) ThrowImageFailure("a new symbol's name is empty");
   C_ImageSection& section = SelectSection(sSection);
   if (C_ImageSection* pTable = m_Image.SymbolTable()) {
@@ -135,9 +135,11 @@ void C_ImageEditor::AddSymbol(const std::string& sName, const std::string& sSect
   pSymbol->m_dwValue = dwValue;
   pSymbol->m_byInfo = bGlobal ? static_cast<BYTE>(kGlobalBind << 4) : 0;
   pSymbol->m_pSection = &section;
+  C_ImageSymbol& added = *pSymbol;
   auto& symbols = table.m_vSymbols;
   auto at = bGlobal ? symbols.end() : std::find_if(symbols.begin(), symbols.end(), [](const auto& p) { return !p->IsLocal(); });
   symbols.insert(at, std::move(pSymbol));
+  return added;
 }
 
 // ---- Sections ------------------------------------------------------------------------------
@@ -190,7 +192,7 @@ void C_ImageEditor::SetSectionAddress(const std::string& sSelector, DWORD dwAddr
   SelectSection(sSelector).m_Header.sh_addr = dwAddress;
 }
 
-void C_ImageEditor::AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType) {
+C_ImageSection& C_ImageEditor::AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType) {
   Z_RequireNewSectionName(sName);
   if (dwType == C_ImageSection::kNobitsType) ThrowImageFailure("a section of type 8 holds no bytes to add");
   const DWORD dwRecord = RecordSizeOfType(dwType);
@@ -204,6 +206,14 @@ void C_ImageEditor::AddSection(const std::string& sName, std::vector<BYTE> vData
   // A bank section has no load address.
   if (dwType == kBankType) section.m_Header.sh_addr = 0xFFFFFFFFu;
   section.m_vData = std::move(vData);
+  return section;
+}
+
+C_ImageSection& C_ImageEditor::AddNobitsSection(const std::string& sName, DWORD dwSize) {
+  Z_RequireNewSectionName(sName);
+  C_ImageSection& section = Z_AppendSection(sName, C_ImageSection::kNobitsType);
+  section.m_Header.sh_size = dwSize;
+  return section;
 }
 
 void C_ImageEditor::AddBankRecord(DWORD dwAddress, DWORD dwBank) {

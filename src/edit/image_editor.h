@@ -25,12 +25,16 @@ class C_ImageEditor {
   void SetSymbolValue(const std::string& sName, DWORD dwValue);
   // A symbol of no type and size 0; a local one goes before the first non-local symbol. The
   // tables ".symtab" and ".symstrtab" are created when the object has none.
-  void AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal);
+  // Returns the new symbol, whose size, type, binding and other byte the caller may then set.
+  C_ImageSymbol& AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal);
 
   void RemoveSection(const std::string& sSelector);
   void RenameSection(const std::string& sSelector, const std::string& sNewName);
   void SetSectionAddress(const std::string& sSelector, DWORD dwAddress);
-  void AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType);
+  // Returns the new section, last in the image, whose header fields the caller may then set.
+  C_ImageSection& AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType);
+  // A section of type 8: dwSize bytes in memory, none in the file.
+  C_ImageSection& AddNobitsSection(const std::string& sName, DWORD dwSize);
   // Appends a record to the object's bank table, creating ".bankinfo" when it has none.
   void AddBankRecord(DWORD dwAddress, DWORD dwBank);
   // Contents edits apply to sections the image keeps as bytes only.
