@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -264,6 +265,61 @@ auto Edited(const std::string& sPath, Edit edit) -> decltype(edit()) {
   }
 }
 
+// The symbols, checked and resolved here (by hash, so that many symbols cost linear time), then
+// added in one step by the editor.
+void AddSymbols(const Node& symbols, C_ObjectImage& image, C_ImageEditor& editor, std::size_t nCount) {
+  std::unordered_map<std::string, C_ImageSection*> byName;
+  for (const auto& pSection : image.Sections()) {
+    if (pSection->m_Name.m_bRaw) continue;
+    std::string sKey = pSection->m_Name.m_sText;
+    for (char& ch : sKey) ch = kofd_text::FoldAsciiCase(ch);
+    byName.emplace(sKey, pSection.get());
+  }
+  std::unordered_map<std::string, std::size_t> names;
+  std::vector<std::unique_ptr<C_ImageSymbol>> vSymbols;
+  for (std::size_t i = 0; i < symbols.Array().size(); ++i) {
+    const Node symbol = symbols.Item(i);
+    const std::string& sName = symbol["name"].String();
+    // The empty symbol every table begins with is made with the table.
+    if (i == 0 && sName.empty()) continue;
+    if (sName.empty()) Refuse(Field(symbol.sPath, "name"), "empty");
+    const auto taken = names.emplace(sName, i);
+    if (!taken.second) Refuse(Field(symbol.sPath, "name"), sName + " is the name of symbols[" + std::to_string(taken.first->second) + "] already");
+    auto pSymbol = std::make_unique<C_ImageSymbol>();
+    pSymbol->m_Name.m_sText = sName;
+    pSymbol->m_dwValue = static_cast<DWORD>(symbol.NumberOr("value", 0));
+    pSymbol->m_dwSize = static_cast<DWORD>(symbol.NumberOr("size", 0));
+    const std::uint64_t qwBind = symbol.Has("bind") ? SymbolField(symbol["bind"], {"local", "global", "weak"}, 15) : 1;
+    const std::uint64_t qwType = symbol.Has("type") ? SymbolField(symbol["type"], {"notype", "object", "func", "section", "file"}, 15) : 0;
+    pSymbol->m_byInfo = static_cast<BYTE>(qwBind << 4 | qwType);
+    pSymbol->m_byOther = static_cast<BYTE>(symbol.NumberOr("other", 0, 0xFF));
+    pSymbol->m_pSection = image.Sections().front().get();
+    if (symbol.Has("section")) {
+      const Node section = symbol["section"];
+      std::uint64_t qwIndex = 0;
+      if (section.p->is_string() && !kofd_text::SelectorIndex(section.String(), &qwIndex)) {
+        std::string sKey = section.String();
+        for (char& ch : sKey) ch = kofd_text::FoldAsciiCase(ch);
+        const auto found = byName.find(sKey);
+        if (found == byName.end()) Refuse(section.sPath, "no section named " + section.String());
+        pSymbol->m_pSection = found->second;
+      } else {
+        if (!section.p->is_string()) qwIndex = section.Number(0xFFFF);
+        if (qwIndex >= kFirstReservedIndex && qwIndex <= 0xFFFF) {
+          pSymbol->m_pSection = nullptr;
+          pSymbol->m_wIndex = static_cast<WORD>(qwIndex);
+        } else if (qwIndex >= nCount) {
+          Refuse(section.sPath, "no section " + std::to_string(qwIndex) + ", the document gives " + std::to_string(nCount));
+        } else {
+          pSymbol->m_pSection = image.Sections()[qwIndex].get();
+        }
+      }
+    }
+    vSymbols.push_back(std::move(pSymbol));
+  }
+  Edited(symbols.sPath, [&] { editor.AddSymbols(std::move(vSymbols)); });
+}
+
 BuildResult BuildFresh(const Node& object, C_ReplacingFile& output) {
   const Node head = object["header"];
   const DWORD dwChip = static_cast<DWORD>(head["chip"].Number());
@@ -346,40 +402,7 @@ BuildResult BuildFresh(const Node& object, C_ReplacingFile& output) {
     all.push_back(std::move(pNames));
   }
 
-  if (object.Has("symbols")) {
-    const Node symbols = object["symbols"];
-    for (std::size_t i = 0; i < symbols.Array().size(); ++i) {
-      const Node symbol = symbols.Item(i);
-      const std::string& sName = symbol["name"].String();
-      // The empty symbol every table begins with is made with the table.
-      if (i == 0 && sName.empty()) continue;
-      const DWORD dwValue = static_cast<DWORD>(symbol.NumberOr("value", 0));
-      const BYTE byBind = static_cast<BYTE>(symbol.Has("bind") ? SymbolField(symbol["bind"], {"local", "global", "weak"}, 15) : 1);
-      const BYTE byType = static_cast<BYTE>(symbol.Has("type") ? SymbolField(symbol["type"], {"notype", "object", "func", "section", "file"}, 15) : 0);
-      std::string sSection = "0";
-      std::uint64_t qwReserved = 0;
-      if (symbol.Has("section")) {
-        const Node section = symbol["section"];
-        if (section.p->is_string()) {
-          sSection = section.String();
-        } else {
-          const std::uint64_t qwIndex = section.Number(0xFFFF);
-          if (qwIndex >= kFirstReservedIndex) qwReserved = qwIndex;
-          else if (qwIndex >= nCount) Refuse(section.sPath, "no section " + std::to_string(qwIndex) + ", the document gives " + std::to_string(nCount));
-          else sSection = std::to_string(qwIndex);
-        }
-      }
-      C_ImageSymbol& added =
-          Edited(symbol.sPath, [&]() -> C_ImageSymbol& { return editor.AddSymbol(sName, sSection, dwValue, byBind != 0); });
-      added.m_dwSize = static_cast<DWORD>(symbol.NumberOr("size", 0));
-      added.m_byInfo = static_cast<BYTE>(byBind << 4 | byType);
-      added.m_byOther = static_cast<BYTE>(symbol.NumberOr("other", 0, 0xFF));
-      if (qwReserved != 0) {
-        added.m_pSection = nullptr;
-        added.m_wIndex = static_cast<WORD>(qwReserved);
-      }
-    }
-  }
+  if (object.Has("symbols")) AddSymbols(object["symbols"], image, editor, nCount);
   BuildResult result;
   result.dwSize = WriteObjectImage(image, output, true);
   result.dwSections = static_cast<DWORD>(image.Sections().size());

@@ -1,6 +1,8 @@
 #include "edit/image_editor.h"
 
 #include <algorithm>
+#include <iterator>
+#include <unordered_set>
 
 #include "frame/text.h"
 
@@ -140,6 +142,37 @@ C_ImageSymbol& C_ImageEditor::AddSymbol(const std::string& sName, const std::str
   auto at = bGlobal ? symbols.end() : std::find_if(symbols.begin(), symbols.end(), [](const auto& p) { return !p->IsLocal(); });
   symbols.insert(at, std::move(pSymbol));
   return added;
+}
+
+void C_ImageEditor::AddSymbols(std::vector<std::unique_ptr<C_ImageSymbol>> vSymbols) {
+  if (vSymbols.empty()) return;
+  std::unordered_set<std::string> names;
+  if (C_ImageSection* pTable = m_Image.SymbolTable()) {
+    for (const auto& pSymbol : pTable->m_vSymbols) {
+      if (!pSymbol->m_Name.m_bRaw) names.insert(pSymbol->m_Name.m_sText);
+    }
+  }
+  bool bLocal = false;
+  for (const auto& pSymbol : vSymbols) {
+    const std::string& sName = pSymbol->m_Name.m_sText;
+    if (sName.empty()) ThrowImageFailure("a new symbol's name is empty");
+    if (!names.insert(sName).second) ThrowImageFailure("a symbol named " + sName + " exists already");
+    bLocal = bLocal || pSymbol->IsLocal();
+  }
+  if (bLocal) Z_RequireFollowed({SHT_KEL_EXPR, SHT_KEL_RELXE, SHT_KEL_RELXEB}, "add local symbol " + vSymbols.front()->m_Name.m_sText);
+  auto& symbols = Z_SymbolTableToAddTo().m_vSymbols;
+  const auto firstGlobal = std::find_if(symbols.begin(), symbols.end(), [](const auto& p) { return !p->IsLocal(); });
+  std::vector<std::unique_ptr<C_ImageSymbol>> vAll;
+  vAll.reserve(symbols.size() + vSymbols.size());
+  std::move(symbols.begin(), firstGlobal, std::back_inserter(vAll));
+  for (auto& pSymbol : vSymbols) {
+    if (pSymbol->IsLocal()) vAll.push_back(std::move(pSymbol));
+  }
+  std::move(firstGlobal, symbols.end(), std::back_inserter(vAll));
+  for (auto& pSymbol : vSymbols) {
+    if (pSymbol) vAll.push_back(std::move(pSymbol));
+  }
+  symbols = std::move(vAll);
 }
 
 // ---- Sections ------------------------------------------------------------------------------

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,13 @@ class C_ImageEditor {
   // tables ".symtab" and ".symstrtab" are created when the object has none.
   // Returns the new symbol, whose size, type, binding and other byte the caller may then set.
   C_ImageSymbol& AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal);
+
+  // Adds many symbols in time linear in their number, as AddSymbol adds each in turn: a name
+  // that is empty or that another symbol has (given or in the table) is refused, locals go, in
+  // their order, before the first non-local symbol and the others at the end. Each symbol's
+  // section is given by m_pSection (a section of the image) or, when null, m_wIndex. Nothing is
+  // added when one is refused.
+  void AddSymbols(std::vector<std::unique_ptr<C_ImageSymbol>> vSymbols);
 
   void RemoveSection(const std::string& sSelector);
   void RenameSection(const std::string& sSelector, const std::string& sNewName);
