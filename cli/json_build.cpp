@@ -82,6 +82,16 @@ struct Node {
   }
 };
 
+// A name: "name", or its exact bytes from "name_hex" where the dump wrote that (bytes that are
+// not UTF-8).
+std::string NameOf(const Node& node) {
+  if (node.Has("name_hex")) {
+    const std::vector<BYTE> vBytes = node["name_hex"].Hex();
+    return std::string(vBytes.begin(), vBytes.end());
+  }
+  return node["name"].String();
+}
+
 // The object value of the document, and the path it is named by.
 Node ObjectOf(const Json& document) {
   if (!document.is_object()) Refuse("document", "not a JSON object");
@@ -279,7 +289,7 @@ void AddSymbols(const Node& symbols, C_ObjectImage& image, C_ImageEditor& editor
   std::vector<std::unique_ptr<C_ImageSymbol>> vSymbols;
   for (std::size_t i = 0; i < symbols.Array().size(); ++i) {
     const Node symbol = symbols.Item(i);
-    const std::string& sName = symbol["name"].String();
+    const std::string sName = NameOf(symbol);
     // The empty symbol every table begins with is made with the table.
     if (i == 0 && sName.empty()) continue;
     if (sName.empty()) Refuse(Field(symbol.sPath, "name"), "empty");
@@ -345,24 +355,30 @@ BuildResult BuildFresh(const Node& object, C_ReplacingFile& output) {
   const bool bNullGiven = nGiven != 0 && sections.Item(0)["type"].Number() == kNullType;
   const std::size_t nCount = nGiven + (bNullGiven ? 0 : 1);
   if (nCount > 0xFF00) Refuse(sections.sPath, std::to_string(nCount) + " sections, past the 65,280 an object can number");
-  std::vector<C_ImageSection*> vSections{all[0].get()};
+  std::vector<C_NewSection> vNew;
   for (std::size_t i = bNullGiven ? 1 : 0; i < nGiven; ++i) {
     const Node section = sections.Item(i);
-    const std::string& sName = section["name"].String();
-    const DWORD dwType = static_cast<DWORD>(section["type"].Number());
-    C_ImageSection* pSection = nullptr;
-    if (dwType == kNobitsType) {
+    C_NewSection added;
+    added.m_sName = NameOf(section);
+    added.m_dwType = static_cast<DWORD>(section["type"].Number());
+    if (added.m_dwType == kNobitsType) {
       if (section.Has("contents")) Refuse(Field(section.sPath, "contents"), "a section of type 8 holds no bytes in the file");
-      const DWORD dwSize = static_cast<DWORD>(section.NumberOr("size", 0));
-      pSection = &Edited(Field(section.sPath, "name"), [&]() -> C_ImageSection& { return editor.AddNobitsSection(sName, dwSize); });
+      added.m_dwNobitsSize = static_cast<DWORD>(section.NumberOr("size", 0));
     } else {
-      std::vector<BYTE> vData = section.Has("contents") ? section["contents"].Hex() : std::vector<BYTE>();
-      if (section.Has("size") && section["size"].Number() != vData.size()) {
-        Refuse(Field(section.sPath, "size"), "not the number of bytes of contents (" + std::to_string(vData.size()) + ")");
+      if (section.Has("contents")) added.m_vData = section["contents"].Hex();
+      if (section.Has("size") && section["size"].Number() != added.m_vData.size()) {
+        Refuse(Field(section.sPath, "size"), "not the number of bytes of contents (" + std::to_string(added.m_vData.size()) + ")");
       }
-      pSection = &Edited(section.sPath, [&]() -> C_ImageSection& { return editor.AddSection(sName, std::move(vData), dwType); });
     }
-    vSections.push_back(pSection);
+    vNew.push_back(std::move(added));
+  }
+  std::size_t nRefused = 0;
+  std::vector<C_ImageSection*> vSections{all[0].get()};
+  try {
+    const std::vector<C_ImageSection*> vAdded = editor.AddSections(std::move(vNew), &nRefused);
+    vSections.insert(vSections.end(), vAdded.begin(), vAdded.end());
+  } catch (const C_ImageFailure& failure) {
+    Refuse(sections.Item(nRefused + (bNullGiven ? 1 : 0)).sPath, failure.Message());
   }
   // Header fields, and the links once every section is there to be named.
   for (std::size_t i = 0; i < nGiven; ++i) {

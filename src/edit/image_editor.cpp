@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "frame/text.h"
@@ -122,7 +123,7 @@ C_ImageSection& C_ImageEditor::Z_SymbolTableToAddTo() {
   return table;
 }
 
-C_ImageSymbol& C_ImageEditor::AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal) {
+void C_ImageEditor::AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal) {
   if (sName.empty()) ThrowImageFailure("a new symbol's name is empty");
   C_ImageSection& section = SelectSection(sSection);
   if (C_ImageSection* pTable = m_Image.SymbolTable()) {
@@ -137,11 +138,9 @@ C_ImageSymbol& C_ImageEditor::AddSymbol(const std::string& sName, const std::str
   pSymbol->m_dwValue = dwValue;
   pSymbol->m_byInfo = bGlobal ? static_cast<BYTE>(kGlobalBind << 4) : 0;
   pSymbol->m_pSection = &section;
-  C_ImageSymbol& added = *pSymbol;
   auto& symbols = table.m_vSymbols;
   auto at = bGlobal ? symbols.end() : std::find_if(symbols.begin(), symbols.end(), [](const auto& p) { return !p->IsLocal(); });
   symbols.insert(at, std::move(pSymbol));
-  return added;
 }
 
 void C_ImageEditor::AddSymbols(std::vector<std::unique_ptr<C_ImageSymbol>> vSymbols) {
@@ -225,15 +224,18 @@ void C_ImageEditor::SetSectionAddress(const std::string& sSelector, DWORD dwAddr
   SelectSection(sSelector).m_Header.sh_addr = dwAddress;
 }
 
-C_ImageSection& C_ImageEditor::AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType) {
-  Z_RequireNewSectionName(sName);
+void C_ImageEditor::Z_RequireContentsFit(const std::string& sName, const std::vector<BYTE>& vData, DWORD dwType) {
   if (dwType == C_ImageSection::kNobitsType) ThrowImageFailure("a section of type 8 holds no bytes to add");
   const DWORD dwRecord = RecordSizeOfType(dwType);
   if (dwRecord != 0 && vData.size() % dwRecord != 0) {
     ThrowImageFailure("section " + sName + " of type " + std::to_string(dwType) + " needs a multiple of " +
                       std::to_string(dwRecord) + " bytes, not " + std::to_string(vData.size()));
   }
+}
+
+C_ImageSection& C_ImageEditor::Z_AddChecked(const std::string& sName, std::vector<BYTE> vData, DWORD dwType) {
   C_ImageSection& section = Z_AppendSection(sName, dwType);
+  const DWORD dwRecord = RecordSizeOfType(dwType);
   section.m_Header.sh_entsize = dwRecord;
   if (dwRecord != 0 && dwType != kBankType) section.m_Header.sh_addralign = 4;
   // A bank section has no load address.
@@ -242,11 +244,47 @@ C_ImageSection& C_ImageEditor::AddSection(const std::string& sName, std::vector<
   return section;
 }
 
-C_ImageSection& C_ImageEditor::AddNobitsSection(const std::string& sName, DWORD dwSize) {
+void C_ImageEditor::AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType) {
   Z_RequireNewSectionName(sName);
-  C_ImageSection& section = Z_AppendSection(sName, C_ImageSection::kNobitsType);
-  section.m_Header.sh_size = dwSize;
-  return section;
+  Z_RequireContentsFit(sName, vData, dwType);
+  Z_AddChecked(sName, std::move(vData), dwType);
+}
+
+std::vector<C_ImageSection*> C_ImageEditor::AddSections(std::vector<C_NewSection> vSections, std::size_t* pnRefused) {
+  const auto folded = [](std::string sName) {
+    for (char& ch : sName) ch = kofd_text::FoldAsciiCase(ch);
+    return sName;
+  };
+  // Each name taken, ignoring case, with the index of the section that has it.
+  std::unordered_map<std::string, std::size_t> taken;
+  const auto& sections = m_Image.Sections();
+  for (std::size_t i = 0; i < sections.size(); ++i) {
+    if (!sections[i]->m_Name.m_bRaw) taken.emplace(folded(sections[i]->m_Name.m_sText), i);
+  }
+  // A name table is made before the first section when there is none.
+  const std::size_t nFirst = sections.size() + (m_Image.NameTable() ? 0 : 1);
+  for (std::size_t i = 0; i < vSections.size(); ++i) {
+    *pnRefused = i;
+    const C_NewSection& section = vSections[i];
+    if (section.m_sName.empty()) ThrowImageFailure("a section's new name is empty");
+    const auto at = taken.emplace(folded(section.m_sName), nFirst + i);
+    if (!at.second) {
+      const std::size_t nOther = at.first->second;
+      const std::string sOther = nOther < sections.size() ? sections[nOther]->m_Name.m_sText : vSections[nOther - nFirst].m_sName;
+      ThrowImageFailure("section " + std::to_string(nOther) + " (" + sOther + ") has the name " + section.m_sName + " already");
+    }
+    if (section.m_dwType != C_ImageSection::kNobitsType) Z_RequireContentsFit(section.m_sName, section.m_vData, section.m_dwType);
+  }
+  std::vector<C_ImageSection*> vAdded;
+  for (C_NewSection& section : vSections) {
+    if (section.m_dwType == C_ImageSection::kNobitsType) {
+      vAdded.push_back(&Z_AppendSection(section.m_sName, section.m_dwType));
+      vAdded.back()->m_Header.sh_size = section.m_dwNobitsSize;
+    } else {
+      vAdded.push_back(&Z_AddChecked(section.m_sName, std::move(section.m_vData), section.m_dwType));
+    }
+  }
+  return vAdded;
 }
 
 void C_ImageEditor::AddBankRecord(DWORD dwAddress, DWORD dwBank) {

@@ -11,6 +11,14 @@
 
 #include "edit/object_image.h"
 
+// A section for C_ImageEditor::AddSections.
+struct C_NewSection {
+  std::string m_sName;
+  DWORD m_dwType = SHT_KEL_PROGBITS;
+  std::vector<BYTE> m_vData;
+  DWORD m_dwNobitsSize = 0;
+};
+
 class C_ImageEditor {
  public:
   explicit C_ImageEditor(C_ObjectImage& image) : m_Image(image) {}
@@ -26,8 +34,7 @@ class C_ImageEditor {
   void SetSymbolValue(const std::string& sName, DWORD dwValue);
   // A symbol of no type and size 0; a local one goes before the first non-local symbol. The
   // tables ".symtab" and ".symstrtab" are created when the object has none.
-  // Returns the new symbol, whose size, type, binding and other byte the caller may then set.
-  C_ImageSymbol& AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal);
+  void AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal);
 
   // Adds many symbols in time linear in their number, as AddSymbol adds each in turn: a name
   // that is empty or that another symbol has (given or in the table) is refused, locals go, in
@@ -39,10 +46,11 @@ class C_ImageEditor {
   void RemoveSection(const std::string& sSelector);
   void RenameSection(const std::string& sSelector, const std::string& sNewName);
   void SetSectionAddress(const std::string& sSelector, DWORD dwAddress);
-  // Returns the new section, last in the image, whose header fields the caller may then set.
-  C_ImageSection& AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType);
-  // A section of type 8: dwSize bytes in memory, none in the file.
-  C_ImageSection& AddNobitsSection(const std::string& sName, DWORD dwSize);
+  void AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType);
+  // Adds the sections in order, each as AddSection adds it (a type-8 section, which AddSection
+  // refuses, with no bytes and the size m_dwNobitsSize), in time linear in their number; returns them. When one is refused
+  // *pnRefused is its place in vSections and nothing is added.
+  std::vector<C_ImageSection*> AddSections(std::vector<C_NewSection> vSections, std::size_t* pnRefused);
   // Appends a record to the object's bank table, creating ".bankinfo" when it has none.
   void AddBankRecord(DWORD dwAddress, DWORD dwBank);
   // Contents edits apply to sections the image keeps as bytes only.
@@ -63,6 +71,9 @@ class C_ImageEditor {
   void Z_RequireFollowed(std::initializer_list<DWORD> types, const std::string& sEdit) const;
   void Z_RequireBytes(const C_ImageSection& section) const;
   void Z_RequireNewSectionName(const std::string& sName) const;
+  // Refuses contents that a section of the type cannot take (type 8, a part of a record).
+  static void Z_RequireContentsFit(const std::string& sName, const std::vector<BYTE>& vData, DWORD dwType);
+  C_ImageSection& Z_AddChecked(const std::string& sName, std::vector<BYTE> vData, DWORD dwType);
   C_ImageSection& Z_SymbolTableToAddTo();
   C_ImageSection& Z_AppendSection(const std::string& sName, DWORD dwType);
   void Z_RequireFreeBytes(const C_ImageSection& section, std::uint64_t qwFrom, std::uint64_t qwTo) const;

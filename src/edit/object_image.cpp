@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <unordered_set>
 
 #include "frame/error.h"
 #include "frame/fileio.h"
@@ -92,15 +93,19 @@ C_ImageSection& C_ObjectImage::AddNameTable() {
 }
 
 std::string C_ObjectImage::FreeSectionName(const std::string& sBase) const {
-  const auto taken = [&](const std::string& sName) {
-    return std::any_of(m_vSections.begin(), m_vSections.end(), [&](const auto& pSection) {
-      return !pSection->m_Name.m_bRaw && kofd_text::EqualIgnoringCase(pSection->m_Name.m_sText.c_str(), sName.c_str());
-    });
+  const auto folded = [](std::string sName) {
+    for (char& ch : sName) ch = kofd_text::FoldAsciiCase(ch);
+    return sName;
   };
+  // The names taken, gathered once: a search among many sections stays linear.
+  std::unordered_set<std::string> taken;
+  for (const auto& pSection : m_vSections) {
+    if (!pSection->m_Name.m_bRaw) taken.insert(folded(pSection->m_Name.m_sText));
+  }
   std::string sName = sBase;
   // Each taken name is one section, so the count bounds the search.
   std::vector<char> vBuffer(sBase.size() + 24);
-  for (std::size_t n = 1; taken(sName) && n <= m_vSections.size(); ++n) {
+  for (std::size_t n = 1; taken.count(folded(sName)) != 0 && n <= m_vSections.size(); ++n) {
     std::snprintf(vBuffer.data(), vBuffer.size(), "%s%d", sBase.c_str(), static_cast<int>(n));
     sName = vBuffer.data();
   }
