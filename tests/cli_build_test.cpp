@@ -103,11 +103,17 @@ TEST(CliBuild, AHandWrittenDocumentBuildsItsSectionsAndSymbols) {
   EXPECT_EQ(symbols[2]["section"], 1);
   EXPECT_EQ(symbols[3]["section"], 2);
   EXPECT_EQ(symbols[4]["section"], 3);
+  // What was built from text builds back from its dump byte for byte.
+  const std::string sDump = dir.Write("hello_dump.json", DumpJson(dir, dir.Path("hello.o")).dump());
+  ASSERT_EQ(Kofd(dir, "build " + Quoted(sDump) + " -o " + Quoted(dir.Path("again.o"))).status, 0);
+  EXPECT_EQ(TempDir::Read(dir.Path("again.o")), TempDir::Read(dir.Path("hello.o")));
 
   // A given null section, links named forward, info naming a section where the type says so.
   dir.Write("links.json", R"({"object": {"header": {"chip": 7, "type": {"value": 1, "name": "RELOCATABLE"}, "data": 2},
     "sections": [{"type": 0}, {"name": ".rel", "type": 22, "link": 3, "info": 2},
-                 {"name": ".code", "type": 1, "contents": "00ff"}, {"name": ".expr", "type": 18}]}})");
+                 {"name": ".code", "type": 1, "contents": "00ff"}, {"name": ".expr", "type": 18},
+                 {"name": "?", "name_hex": "2e78ff", "type": 1}],
+    "symbols": [{"name": "g", "section": ".CODE"}]}})");
   ASSERT_EQ(Kofd(dir, "build " + Quoted(dir.Path("links.json")) + " -o " + Quoted(dir.Path("links.o"))).status, 0);
   const Json links = DumpJson(dir, dir.Path("links.o"))["object"];
   EXPECT_EQ(links["header"]["data"]["value"], 2);
@@ -115,7 +121,21 @@ TEST(CliBuild, AHandWrittenDocumentBuildsItsSectionsAndSymbols) {
   EXPECT_EQ(links["sections"][1]["link"], 3);
   EXPECT_EQ(links["sections"][1]["info"], 2);
   EXPECT_EQ(links["sections"][2]["contents"], "00ff");
-  EXPECT_EQ(links["sections"].size(), 5u);
+  ASSERT_EQ(links["sections"].size(), 8u);
+  EXPECT_EQ(links["sections"][4]["name_hex"], "2e78ff");
+  ASSERT_EQ(links["symbols"].size(), 2u);
+  EXPECT_EQ(links["symbols"][1]["section"], 2);
+
+  // A local symbol goes before the first global one, whatever the order given.
+  dir.Write("order.json", R"({"object": {"header": {"chip": 7, "type": 1}, "sections": [{"name": ".code", "type": 1}],
+    "symbols": [{"name": "g", "section": "1"}, {"name": "l", "bind": {"value": 0, "name": "Local"}, "section": ".CODE"}]}})");
+  ASSERT_EQ(Kofd(dir, "build " + Quoted(dir.Path("order.json")) + " -o " + Quoted(dir.Path("order.o"))).status, 0);
+  const Json order = DumpJson(dir, dir.Path("order.o"))["object"];
+  ASSERT_EQ(order["symbols"].size(), 3u);
+  EXPECT_EQ(order["symbols"][1]["name"], "l");
+  EXPECT_EQ(order["symbols"][1]["section"], 1);
+  EXPECT_EQ(order["symbols"][2]["name"], "g");
+  EXPECT_EQ(order["sections"][4]["info"], 2);
 }
 
 TEST(CliBuild, ADocumentThatCannotBeBuiltIsRefusedByItsPathAndWritesNothing) {
@@ -145,6 +165,9 @@ TEST(CliBuild, ADocumentThatCannotBeBuiltIsRefusedByItsPathAndWritesNothing) {
        "object.symbols[0].section: no section named .nowhere"},
       {R"({"object": {"header": {"chip": 1, "type": 1}, "symbols": [{"name": "x"}, {"name": "y"}, {"name": "x"}]}})",
        "object.symbols[2].name: x is the name of symbols[0] already"},
+      {kFresh + R"({"name": ".e", "type": 18, "contents": "00"}]}})", "object.sections[0]: section .e of type 18 needs a multiple of 8 bytes, not 1"},
+      {kFresh + R"({"name": ".e", "type": 18, "contents": "0100000002000000"}], "symbols": [{"name": "g"}, {"name": "l", "bind": "local"}]}})",
+       "object.symbols: cannot add local symbol l: section 1 (.e) holds records"},
       {exact([](Json& o) { o["sections"][1]["offset"] = 4294967290u; }), "object.sections[1].offset: offset 4294967290 and 1280 bytes end past 4 GiB"},
       {exact([](Json& o) { o["gaps"] = Json::array(); o["sections"][1]["offset"] = 100000; }),
        "object.sections[2].offset: bytes 88 to 1368 of the file are given by nothing"},

@@ -151,14 +151,14 @@ void C_ImageEditor::AddSymbols(std::vector<std::unique_ptr<C_ImageSymbol>> vSymb
       if (!pSymbol->m_Name.m_bRaw) names.insert(pSymbol->m_Name.m_sText);
     }
   }
-  bool bLocal = false;
+  const C_ImageSymbol* pLocal = nullptr;
   for (const auto& pSymbol : vSymbols) {
     const std::string& sName = pSymbol->m_Name.m_sText;
     if (sName.empty()) ThrowImageFailure("a new symbol's name is empty");
     if (!names.insert(sName).second) ThrowImageFailure("a symbol named " + sName + " exists already");
-    bLocal = bLocal || pSymbol->IsLocal();
+    if (!pLocal && pSymbol->IsLocal()) pLocal = pSymbol.get();
   }
-  if (bLocal) Z_RequireFollowed({SHT_KEL_EXPR, SHT_KEL_RELXE, SHT_KEL_RELXEB}, "add local symbol " + vSymbols.front()->m_Name.m_sText);
+  if (pLocal) Z_RequireFollowed({SHT_KEL_EXPR, SHT_KEL_RELXE, SHT_KEL_RELXEB}, "add local symbol " + pLocal->m_Name.m_sText);
   auto& symbols = Z_SymbolTableToAddTo().m_vSymbols;
   const auto firstGlobal = std::find_if(symbols.begin(), symbols.end(), [](const auto& p) { return !p->IsLocal(); });
   std::vector<std::unique_ptr<C_ImageSymbol>> vAll;
