@@ -29,11 +29,17 @@ int RunBuild(const BuildOptions& options) {
     return 0;
   });
   if (status != 0) return status;
+  // The output is made (and its target locked) next; a failure there concerns OUT.
+  std::unique_ptr<C_ReplacingFile> output;
+  status = RunReporting(options.sOutput, [&] {
+    output = std::make_unique<C_ReplacingFile>(options.sOutput.c_str());
+    return 0;
+  });
+  if (status != 0) return status;
   BuildResult result;
   status = RunReporting(options.sPath, [&] {
     try {
-      C_ReplacingFile output(options.sOutput.c_str());
-      result = BuildObjectFromJson(sText, output);
+      result = BuildObjectFromJson(sText, *output);
       return 0;
     } catch (const C_ImageFailure& error) {
       return ReportFailure(options.sPath, EscapeText(error.Message()));

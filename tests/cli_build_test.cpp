@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli_run.h"
+#include "edit/object_image.h"
 #include "kelf_writer.h"
 
 namespace {
@@ -190,6 +191,24 @@ TEST(CliBuild, ADocumentThatCannotBeBuiltIsRefusedByItsPathAndWritesNothing) {
     EXPECT_EQ(run.out, "") << c.sWords;
     EXPECT_EQ(TempDir::Read(sOut), "kept") << c.sWords;
   }
+}
+
+}  // namespace
+
+namespace {
+
+// The image read from bytes in memory refuses bytes that do not hold what the header places.
+TEST(ImageFromBytes, RefusesAHeaderOrTableOutsideTheBytes) {
+  EXPECT_THROW(C_ObjectImage(std::vector<BYTE>(40)), C_Exception);
+  kelf_test::ObjectBuilder builder = GappedObject();
+  const Bytes bytes = builder.Build();
+  const std::vector<BYTE> whole(bytes.begin(), bytes.end());
+  C_ObjectImage image{std::vector<BYTE>(whole)};
+  EXPECT_EQ(image.Sections().size(), builder.SectionCount());
+  EXPECT_EQ(image.Sections()[1]->m_Name.m_sText, ".text");
+  EXPECT_EQ(image.SymbolTable(), image.Sections()[2].get());
+  // Cut inside the section header table (the last part Build lays out).
+  EXPECT_THROW(C_ObjectImage(std::vector<BYTE>(whole.begin(), whole.end() - 1)), C_Exception);
 }
 
 }  // namespace
