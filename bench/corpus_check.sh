@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Converts the members of libc.a into KELF objects (bench/make_corpus.cpp) and checks, on every
-# one, that `kofd edit X -o Y` without an edit is byte-identical, and that each edit kind changes
-# the dump only where the edit says. Prints one line per failure and a summary; exit 1 on any.
+# one, that `kofd edit X -o Y` without an edit is byte-identical, that each edit kind changes
+# the dump only where the edit says, and that `kofd dump --json --contents X` built back with
+# `kofd build` gives X's bytes (json-roundtrip). Prints one line per failure and a summary; exit 1 on any.
 #
 # Usage: bench/corpus_check.sh [KOFD] [MAKE_CORPUS] [LIMIT]
 #   defaults: build/default/cli/kofd, build/default/bench/kofd_make_corpus, every member.
@@ -64,6 +65,15 @@ for x in "$work/kelf"/*.kelf; do
   objects=$((objects + 1))
   kind=identity
   "$kofd" edit "$x" -o "$work/y" 2>"$work/err" && cmp -s "$x" "$work/y" || fail "not byte-identical $(head -1 "$work/err")"
+  kind=json-roundtrip
+  rm -f "$work/y"
+  if ! "$kofd" dump --json --contents "$x" >"$work/x.json" 2>"$work/err"; then
+    fail "dump --json --contents: $(head -1 "$work/err")"
+  elif ! "$kofd" build "$work/x.json" -o "$work/y" 2>"$work/err"; then
+    fail "build refused: $(head -1 "$work/err")"
+  else
+    cmp -s "$x" "$work/y" || fail "built bytes differ: $(cmp "$x" "$work/y" 2>&1 | head -1)"
+  fi
   label "$x" >"$work/d0"
   shstrndx=$(awk -F'\t' '$1 == "EH:SHStrndex" { split($0, v, "= "); print v[2] }' "$work/d0")
   # Sections targeted by a relocation table (Info of a Relxeb) or with a link to them.
@@ -130,5 +140,5 @@ for x in "$work/kelf"/*.kelf; do
     fi
   fi
 done
-echo "$objects objects, $checks edit checks (plus one identity check each), $failures failures"
+echo "$objects objects, $checks edit checks (plus one identity and one json-roundtrip check each), $failures failures"
 [ "$failures" -eq 0 ]

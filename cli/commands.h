@@ -16,5 +16,6 @@ void RegisterDump(CLI::App& app, CommandResult& result);
 void RegisterAr(CLI::App& app, CommandResult& result);
 void RegisterBrowse(CLI::App& app, CommandResult& result);
 void RegisterEdit(CLI::App& app, CommandResult& result);  // edit and new
+void RegisterBuild(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

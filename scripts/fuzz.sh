@@ -18,9 +18,12 @@ for target in build/fuzz/fuzz/fuzz_*; do
   seeds=fuzz/corpus/${name#fuzz_}
   work=build/fuzz/corpus/${name#fuzz_}
   mkdir -p "$work"
+  # A target may have a dictionary of its own (fuzz/build.dict: the JSON documents).
+  dict=fuzz/${name#fuzz_}.dict
+  [ -f "$dict" ] || dict=fuzz/kelf.dict
   echo "fuzz: $name for ${seconds}s"
   # New inputs go to the work corpus; the committed seeds are only read.
   "$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
-    -max_len="$max_len" -dict=fuzz/kelf.dict \
+    -max_len="$max_len" -dict="$dict" \
     -artifact_prefix="build/fuzz/$name-" "$work" "$seeds" 2>&1 | tail -n 12
 done

@@ -1,6 +1,9 @@
 #include "edit/image_editor.h"
 
 #include <algorithm>
+#include <iterator>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "frame/text.h"
 
@@ -140,6 +143,37 @@ void C_ImageEditor::AddSymbol(const std::string& sName, const std::string& sSect
   symbols.insert(at, std::move(pSymbol));
 }
 
+void C_ImageEditor::AddSymbols(std::vector<std::unique_ptr<C_ImageSymbol>> vSymbols) {
+  if (vSymbols.empty()) return;
+  std::unordered_set<std::string> names;
+  if (C_ImageSection* pTable = m_Image.SymbolTable()) {
+    for (const auto& pSymbol : pTable->m_vSymbols) {
+      if (!pSymbol->m_Name.m_bRaw) names.insert(pSymbol->m_Name.m_sText);
+    }
+  }
+  const C_ImageSymbol* pLocal = nullptr;
+  for (const auto& pSymbol : vSymbols) {
+    const std::string& sName = pSymbol->m_Name.m_sText;
+    if (sName.empty()) ThrowImageFailure("a new symbol's name is empty");
+    if (!names.insert(sName).second) ThrowImageFailure("a symbol named " + sName + " exists already");
+    if (!pLocal && pSymbol->IsLocal()) pLocal = pSymbol.get();
+  }
+  if (pLocal) Z_RequireFollowed({SHT_KEL_EXPR, SHT_KEL_RELXE, SHT_KEL_RELXEB}, "add local symbol " + pLocal->m_Name.m_sText);
+  auto& symbols = Z_SymbolTableToAddTo().m_vSymbols;
+  const auto firstGlobal = std::find_if(symbols.begin(), symbols.end(), [](const auto& p) { return !p->IsLocal(); });
+  std::vector<std::unique_ptr<C_ImageSymbol>> vAll;
+  vAll.reserve(symbols.size() + vSymbols.size());
+  std::move(symbols.begin(), firstGlobal, std::back_inserter(vAll));
+  for (auto& pSymbol : vSymbols) {
+    if (pSymbol->IsLocal()) vAll.push_back(std::move(pSymbol));
+  }
+  std::move(firstGlobal, symbols.end(), std::back_inserter(vAll));
+  for (auto& pSymbol : vSymbols) {
+    if (pSymbol) vAll.push_back(std::move(pSymbol));
+  }
+  symbols = std::move(vAll);
+}
+
 // ---- Sections ------------------------------------------------------------------------------
 
 void C_ImageEditor::Z_RequireNewSectionName(const std::string& sName) const {
@@ -190,20 +224,67 @@ void C_ImageEditor::SetSectionAddress(const std::string& sSelector, DWORD dwAddr
   SelectSection(sSelector).m_Header.sh_addr = dwAddress;
 }
 
-void C_ImageEditor::AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType) {
-  Z_RequireNewSectionName(sName);
+void C_ImageEditor::Z_RequireContentsFit(const std::string& sName, const std::vector<BYTE>& vData, DWORD dwType) {
   if (dwType == C_ImageSection::kNobitsType) ThrowImageFailure("a section of type 8 holds no bytes to add");
   const DWORD dwRecord = RecordSizeOfType(dwType);
   if (dwRecord != 0 && vData.size() % dwRecord != 0) {
     ThrowImageFailure("section " + sName + " of type " + std::to_string(dwType) + " needs a multiple of " +
                       std::to_string(dwRecord) + " bytes, not " + std::to_string(vData.size()));
   }
+}
+
+C_ImageSection& C_ImageEditor::Z_AddChecked(const std::string& sName, std::vector<BYTE> vData, DWORD dwType) {
   C_ImageSection& section = Z_AppendSection(sName, dwType);
+  const DWORD dwRecord = RecordSizeOfType(dwType);
   section.m_Header.sh_entsize = dwRecord;
   if (dwRecord != 0 && dwType != kBankType) section.m_Header.sh_addralign = 4;
   // A bank section has no load address.
   if (dwType == kBankType) section.m_Header.sh_addr = 0xFFFFFFFFu;
   section.m_vData = std::move(vData);
+  return section;
+}
+
+void C_ImageEditor::AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType) {
+  Z_RequireNewSectionName(sName);
+  Z_RequireContentsFit(sName, vData, dwType);
+  Z_AddChecked(sName, std::move(vData), dwType);
+}
+
+std::vector<C_ImageSection*> C_ImageEditor::AddSections(std::vector<C_NewSection> vSections, std::size_t* pnRefused) {
+  const auto folded = [](std::string sName) {
+    for (char& ch : sName) ch = kofd_text::FoldAsciiCase(ch);
+    return sName;
+  };
+  // Each name taken, ignoring case, with the index of the section that has it.
+  std::unordered_map<std::string, std::size_t> taken;
+  const auto& sections = m_Image.Sections();
+  for (std::size_t i = 0; i < sections.size(); ++i) {
+    if (!sections[i]->m_Name.m_bRaw) taken.emplace(folded(sections[i]->m_Name.m_sText), i);
+  }
+  // A name table is made before the first section when there is none.
+  const std::size_t nFirst = sections.size() + (m_Image.NameTable() ? 0 : 1);
+  for (std::size_t i = 0; i < vSections.size(); ++i) {
+    *pnRefused = i;
+    const C_NewSection& section = vSections[i];
+    if (section.m_sName.empty()) ThrowImageFailure("a section's new name is empty");
+    const auto at = taken.emplace(folded(section.m_sName), nFirst + i);
+    if (!at.second) {
+      const std::size_t nOther = at.first->second;
+      const std::string sOther = nOther < sections.size() ? sections[nOther]->m_Name.m_sText : vSections[nOther - nFirst].m_sName;
+      ThrowImageFailure("section " + std::to_string(nOther) + " (" + sOther + ") has the name " + section.m_sName + " already");
+    }
+    if (section.m_dwType != C_ImageSection::kNobitsType) Z_RequireContentsFit(section.m_sName, section.m_vData, section.m_dwType);
+  }
+  std::vector<C_ImageSection*> vAdded;
+  for (C_NewSection& section : vSections) {
+    if (section.m_dwType == C_ImageSection::kNobitsType) {
+      vAdded.push_back(&Z_AppendSection(section.m_sName, section.m_dwType));
+      vAdded.back()->m_Header.sh_size = section.m_dwNobitsSize;
+    } else {
+      vAdded.push_back(&Z_AddChecked(section.m_sName, std::move(section.m_vData), section.m_dwType));
+    }
+  }
+  return vAdded;
 }
 
 void C_ImageEditor::AddBankRecord(DWORD dwAddress, DWORD dwBank) {

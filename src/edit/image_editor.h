@@ -5,10 +5,19 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "edit/object_image.h"
+
+// A section for C_ImageEditor::AddSections.
+struct C_NewSection {
+  std::string m_sName;
+  DWORD m_dwType = SHT_KEL_PROGBITS;
+  std::vector<BYTE> m_vData;
+  DWORD m_dwNobitsSize = 0;
+};
 
 class C_ImageEditor {
  public:
@@ -27,10 +36,21 @@ class C_ImageEditor {
   // tables ".symtab" and ".symstrtab" are created when the object has none.
   void AddSymbol(const std::string& sName, const std::string& sSection, DWORD dwValue, bool bGlobal);
 
+  // Adds many symbols in time linear in their number, as AddSymbol adds each in turn: a name
+  // that is empty or that another symbol has (given or in the table) is refused, locals go, in
+  // their order, before the first non-local symbol and the others at the end. Each symbol's
+  // section is given by m_pSection (a section of the image) or, when null, m_wIndex. Nothing is
+  // added when one is refused.
+  void AddSymbols(std::vector<std::unique_ptr<C_ImageSymbol>> vSymbols);
+
   void RemoveSection(const std::string& sSelector);
   void RenameSection(const std::string& sSelector, const std::string& sNewName);
   void SetSectionAddress(const std::string& sSelector, DWORD dwAddress);
   void AddSection(const std::string& sName, std::vector<BYTE> vData, DWORD dwType);
+  // Adds the sections in order, each as AddSection adds it (a type-8 section, which AddSection
+  // refuses, with no bytes and the size m_dwNobitsSize), in time linear in their number; returns them. When one is refused
+  // *pnRefused is its place in vSections and nothing is added.
+  std::vector<C_ImageSection*> AddSections(std::vector<C_NewSection> vSections, std::size_t* pnRefused);
   // Appends a record to the object's bank table, creating ".bankinfo" when it has none.
   void AddBankRecord(DWORD dwAddress, DWORD dwBank);
   // Contents edits apply to sections the image keeps as bytes only.
@@ -51,6 +71,9 @@ class C_ImageEditor {
   void Z_RequireFollowed(std::initializer_list<DWORD> types, const std::string& sEdit) const;
   void Z_RequireBytes(const C_ImageSection& section) const;
   void Z_RequireNewSectionName(const std::string& sName) const;
+  // Refuses contents that a section of the type cannot take (type 8, a part of a record).
+  static void Z_RequireContentsFit(const std::string& sName, const std::vector<BYTE>& vData, DWORD dwType);
+  C_ImageSection& Z_AddChecked(const std::string& sName, std::vector<BYTE> vData, DWORD dwType);
   C_ImageSection& Z_SymbolTableToAddTo();
   C_ImageSection& Z_AppendSection(const std::string& sName, DWORD dwType);
   void Z_RequireFreeBytes(const C_ImageSection& section, std::uint64_t qwFrom, std::uint64_t qwTo) const;

@@ -27,20 +27,6 @@ std::uint64_t AlignUp(std::uint64_t qwAt, DWORD dwAlignment, std::uint64_t* pqwP
   return qwAligned;
 }
 
-WORD Swap16(WORD w) { return static_cast<WORD>((w >> 8) | (w << 8)); }
-DWORD Swap32(DWORD dw) { return (dw >> 24) | ((dw >> 8) & 0xFF00u) | ((dw << 8) & 0xFF0000u) | (dw << 24); }
-
-// The header's fields turned between host order and a big-endian file's order (both ways).
-void SwapHeaderFields(KEL_EHDR& header) {
-  for (WORD* pw : {&header.e_type, &header.e_ehsize, &header.e_phentsize, &header.e_phnum, &header.e_shentsize,
-                   &header.e_shnum, &header.e_shstrndx}) {
-    *pw = Swap16(*pw);
-  }
-  for (DWORD* pdw : {&header.e_chip, &header.e_version, &header.e_entry, &header.e_phoff, &header.e_shoff, &header.e_flags}) {
-    *pdw = Swap32(*pdw);
-  }
-}
-
 std::uint64_t ProgramTableSize(const KEL_EHDR& header) { return std::uint64_t(header.e_phnum) * sizeof(KEL_PHDR); }
 
 // A section stays where it was while its bytes still fit there.
@@ -187,7 +173,7 @@ void CheckRenderedObject(const std::vector<BYTE>& vFile, const C_ObjectImage& im
   }
 }
 
-void WriteObjectImage(C_ObjectImage& image, C_ReplacingFile& output, bool bCompact) {
+DWORD WriteObjectImage(C_ObjectImage& image, C_ReplacingFile& output, bool bCompact) {
   image.Finalize();
   const C_ImageLayout layout = PlanImageLayout(image, bCompact);
   const std::vector<BYTE> vFile = RenderImage(image, layout, bCompact);
@@ -203,4 +189,5 @@ void WriteObjectImage(C_ObjectImage& image, C_ReplacingFile& output, bool bCompa
   }
   CheckRenderedObject(vSaved, image);
   output.Commit();
+  return layout.m_dwSize;
 }

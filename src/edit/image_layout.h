@@ -31,5 +31,5 @@ std::vector<BYTE> RenderImage(const C_ObjectImage& image, const C_ImageLayout& l
 void CheckRenderedObject(const std::vector<BYTE>& vFile, const C_ObjectImage& image);
 
 // Finalize, plan, render, write to the output, read the written bytes back and check them, then
-// commit. The target is untouched when any step fails.
-void WriteObjectImage(C_ObjectImage& image, C_ReplacingFile& output, bool bCompact);
+// commit. The target is untouched when any step fails. Returns the size written.
+DWORD WriteObjectImage(C_ObjectImage& image, C_ReplacingFile& output, bool bCompact);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <unordered_set>
 
 #include "frame/error.h"
 #include "frame/fileio.h"
@@ -16,6 +17,7 @@ constexpr WORD kFirstReservedIndex = 0xFF00;
 constexpr DWORD kSymbolRecord = sizeof(ELF32_SYM);
 constexpr DWORD kTokenRecord = sizeof(KEL_EXP);
 constexpr DWORD kSymToken = 13;
+constexpr BYTE kBigEndianData = 2;
 
 
 template <class Record>
@@ -91,15 +93,19 @@ C_ImageSection& C_ObjectImage::AddNameTable() {
 }
 
 std::string C_ObjectImage::FreeSectionName(const std::string& sBase) const {
-  const auto taken = [&](const std::string& sName) {
-    return std::any_of(m_vSections.begin(), m_vSections.end(), [&](const auto& pSection) {
-      return !pSection->m_Name.m_bRaw && kofd_text::EqualIgnoringCase(pSection->m_Name.m_sText.c_str(), sName.c_str());
-    });
+  const auto folded = [](std::string sName) {
+    for (char& ch : sName) ch = kofd_text::FoldAsciiCase(ch);
+    return sName;
   };
+  // The names taken, gathered once: a search among many sections stays linear.
+  std::unordered_set<std::string> taken;
+  for (const auto& pSection : m_vSections) {
+    if (!pSection->m_Name.m_bRaw) taken.insert(folded(pSection->m_Name.m_sText));
+  }
   std::string sName = sBase;
   // Each taken name is one section, so the count bounds the search.
   std::vector<char> vBuffer(sBase.size() + 24);
-  for (std::size_t n = 1; taken(sName) && n <= m_vSections.size(); ++n) {
+  for (std::size_t n = 1; taken.count(folded(sName)) != 0 && n <= m_vSections.size(); ++n) {
     std::snprintf(vBuffer.data(), vBuffer.size(), "%s%d", sBase.c_str(), static_cast<int>(n));
     sName = vBuffer.data();
   }
@@ -114,7 +120,42 @@ C_ObjectImage::C_ObjectImage(I_KOfdELF& document, const char* pszPath) {
   }
   m_Header = *pRecord;
   m_vOriginal = ReadFileBytes(pszPath);
-  Z_LoadSections(document);
+  DWORD dwCount = 0;
+  I_KElfSectionHeader* pTable = nullptr;
+  document.GetSectionCount(&dwCount);
+  document.GetSectionHeader(&pTable);
+  std::vector<KEL_SHDR> vHeaders;
+  for (DWORD i = 0; i < dwCount; ++i) {
+    KEL_SHDR* pSection = nullptr;
+    if (!pTable || pTable->GetAt(i, &pSection) != S_OK || !pSection) ThrowLibraryError(false, E_POINTER, "section header at C_ObjectImage");
+    vHeaders.push_back(*pSection);
+  }
+  Z_LoadSections(vHeaders);
+}
+
+C_ObjectImage::C_ObjectImage(std::vector<BYTE> vBytes) : m_vOriginal(std::move(vBytes)) {
+  if (m_vOriginal.size() < sizeof(KEL_EHDR)) ThrowImageFailure("the object is shorter than its file header");
+  memcpy(&m_Header, m_vOriginal.data(), sizeof m_Header);
+  if (m_Header.e_ident[5] == kBigEndianData) SwapHeaderFields(m_Header);
+  const std::uint64_t qwTableEnd = m_Header.e_shoff + std::uint64_t(m_Header.e_shnum) * sizeof(KEL_SHDR);
+  if (m_Header.e_shnum != 0 && qwTableEnd > m_vOriginal.size()) ThrowImageFailure("the section header table lies outside the object");
+  std::vector<KEL_SHDR> vHeaders(m_Header.e_shnum);
+  for (std::size_t i = 0; i < vHeaders.size(); ++i) {
+    memcpy(&vHeaders[i], m_vOriginal.data() + m_Header.e_shoff + i * sizeof(KEL_SHDR), sizeof(KEL_SHDR));
+  }
+  Z_LoadSections(vHeaders);
+}
+
+void SwapHeaderFields(KEL_EHDR& header) {
+  const auto swap16 = [](WORD w) { return static_cast<WORD>((w >> 8) | (w << 8)); };
+  const auto swap32 = [](DWORD dw) { return (dw >> 24) | ((dw >> 8) & 0xFF00u) | ((dw << 8) & 0xFF0000u) | (dw << 24); };
+  for (WORD* pw : {&header.e_type, &header.e_ehsize, &header.e_phentsize, &header.e_phnum, &header.e_shentsize,
+                   &header.e_shnum, &header.e_shstrndx}) {
+    *pw = swap16(*pw);
+  }
+  for (DWORD* pdw : {&header.e_chip, &header.e_version, &header.e_entry, &header.e_phoff, &header.e_shoff, &header.e_flags}) {
+    *pdw = swap32(*pdw);
+  }
 }
 
 std::vector<BYTE> ReadFileBytes(const char* pszPath) {
@@ -139,17 +180,13 @@ C_ImageSection* C_ObjectImage::Z_Named(DWORD dwIndex) const {
   return m_vSections[dwIndex].get();
 }
 
-void C_ObjectImage::Z_LoadSections(I_KOfdELF& document) {
-  DWORD dwCount = 0;
-  I_KElfSectionHeader* pTable = nullptr;
-  document.GetSectionCount(&dwCount);
-  document.GetSectionHeader(&pTable);
+void C_ObjectImage::Z_LoadSections(const std::vector<KEL_SHDR>& vHeaders) {
+  const DWORD dwCount = static_cast<DWORD>(vHeaders.size());
   m_bHadSectionTable = dwCount != 0;
   m_dwOriginalShoff = m_Header.e_shoff;
   m_dwOriginalShnum = dwCount;
   for (DWORD i = 0; i < dwCount; ++i) {
-    KEL_SHDR* pRecord = nullptr;
-    if (!pTable || pTable->GetAt(i, &pRecord) != S_OK || !pRecord) ThrowLibraryError(false, E_POINTER, "section header at C_ObjectImage");
+    const KEL_SHDR* pRecord = &vHeaders[i];
     auto pSection = std::make_unique<C_ImageSection>();
     pSection->m_Header = *pRecord;
     pSection->m_bPlaced = true;

@@ -108,6 +108,11 @@ class C_ObjectImage {
   // headers, the file gives the bytes). Throws 1016 when the bytes cannot be read and 1022 when
   // a section lies outside the file.
   C_ObjectImage(I_KOfdELF& document, const char* pszPath);
+  // The object whose bytes are already in memory: its file header (turned to host order when
+  // DATA is 2) and the section header table that header places are read from the bytes, which
+  // stay the image's original. Throws ThrowImageFailure's failure when the header, the table or a
+  // section lies outside the bytes.
+  explicit C_ObjectImage(std::vector<BYTE> vBytes);
   C_ObjectImage(const C_ObjectImage&) = delete;
   C_ObjectImage& operator=(const C_ObjectImage&) = delete;
 
@@ -119,6 +124,8 @@ class C_ObjectImage {
   C_ImageSection* NameTable() const { return m_pNameTable; }
   // Appends a ".shstrtab" (a lone NUL so far) and makes it the section-name table.
   C_ImageSection& AddNameTable();
+  // Makes a section of the image (or none) the section-name table.
+  void SetNameTable(C_ImageSection* pTable) { m_pNameTable = pTable; }
   // sBase when no section has that name (ignoring case), else the first of sBase1, sBase2, ...
   // that is free: the name a section the image creates is given.
   std::string FreeSectionName(const std::string& sBase) const;
@@ -145,7 +152,7 @@ class C_ObjectImage {
   DWORD IndexOf(const C_ImageSection& section) const;
 
  private:
-  void Z_LoadSections(I_KOfdELF& document);
+  void Z_LoadSections(const std::vector<KEL_SHDR>& vHeaders);
   void Z_LoadSymbols(C_ImageSection& table);
   void Z_LoadTokens(C_ImageSection& table);
   void Z_LoadRelocations(C_ImageSection& table);
@@ -175,6 +182,8 @@ class C_ImageFailure : public C_Exception {
   explicit C_ImageFailure(const std::string& sReason) : C_Exception(E_FAIL, sReason.c_str()) {}
 };
 [[noreturn]] void ThrowImageFailure(const std::string& sReason);
+// Turns the file header's fields between host order and a big-endian file's order (both ways).
+void SwapHeaderFields(KEL_EHDR& header);
 // Reads the name at dwOffset of a string table's bytes; false when no NUL ends it inside them.
 bool ReadImageString(const std::vector<BYTE>& vTable, DWORD dwOffset, std::string* psText);
 // Where the name lies in the table: its offset when the bytes there still spell it, else at the
