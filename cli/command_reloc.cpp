@@ -14,6 +14,7 @@
 #include "frame/fileio.h"
 #include "frame/replacing_file.h"
 #include "json_result.h"
+#include "json_object.h"
 #include "object_file.h"
 #include "platform/platform.h"
 #include "reloc/relocation_tables.h"
@@ -124,8 +125,7 @@ void PrintTable(C_KOfdELF4& document, DWORD dwIndex, ListingWriter& out) {
   }
 }
 
-// The same records as one array of objects; a value that cannot be evaluated is null with its
-// failure code, an expression without text null.
+// The same records as dump --json lists them.
 void WriteTable(C_KOfdELF4& document, DWORD dwIndex, C_JsonWriter& json) {
   json.BeginObject();
   json.Key("index").Number(dwIndex);
@@ -133,30 +133,7 @@ void WriteTable(C_KOfdELF4& document, DWORD dwIndex, C_JsonWriter& json) {
   json.Key("relocations").BeginArray();
   C_KOfdRelxebTable* pTable = TableAt(document, dwIndex);
   const C_RememberedRuns remembered(*pTable);
-  char szText[256];
-  for (DWORD i = 0; i < pTable->GetCount(); ++i) {
-    KEL_RELXEB* pRecord = nullptr;
-    pTable->GetAt(i, &pRecord);
-    json.BeginObject();
-    json.Key("index").Number(i);
-    json.Key("offset").Number(pRecord->Offset);
-    json.Key("to_start").Number(pRecord->to_start);
-    json.Key("to_end").Number(pRecord->to_end);
-    DWORD dwValue = 0;
-    const HRESULT hr = pTable->Evaluate(i, &dwValue);
-    json.Key("value");
-    if (hr == S_OK) json.Number(dwValue);
-    else json.Null();
-    json.Key("error");
-    if (hr == S_OK) json.Null();
-    else json.Number(static_cast<DWORD>(hr));
-    if (pTable->GetExpressionText(i, szText, sizeof szText) == S_OK) {
-      json.Name("expression", szText);
-    } else {
-      json.Key("expression").Null();
-    }
-    json.EndObject();
-  }
+  for (DWORD i = 0; i < pTable->GetCount(); ++i) WriteRelocationJson(json, *pTable, dwIndex, i);
   json.EndArray();
   json.EndObject();
 }

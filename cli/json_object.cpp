@@ -42,6 +42,48 @@ void EndList(C_JsonWriter& json) {
   if (!json.Lines()) json.EndArray();
 }
 
+}  // namespace
+
+void WriteStringsJson(C_JsonWriter& json, std::string_view sKey, const C_ByteView& contents) {
+  json.Key(sKey).BeginArray();
+  const char* p = reinterpret_cast<const char*>(contents.Data());
+  DWORD dwAt = 0;
+  while (p && dwAt < contents.Size()) {
+    const char* pStart = p + dwAt;
+    const void* pNul = memchr(pStart, 0, contents.Size() - dwAt);
+    const DWORD dwLength = pNul ? static_cast<DWORD>(static_cast<const char*>(pNul) - pStart) : contents.Size() - dwAt;
+    json.BeginObject();
+    json.Key("offset").Number(dwAt);
+    json.Name("string", std::string_view(pStart, dwLength));
+    json.EndObject();
+    dwAt += dwLength + 1;
+  }
+  json.EndArray();
+}
+
+void WriteRelocationJson(C_JsonWriter& json, C_KOfdRelxebTable& table, DWORD dwSection, DWORD dwRecord) {
+  KEL_RELXEB* p = nullptr;
+  if (table.GetAt(dwRecord, &p) != S_OK || !p) return;
+  BeginItem(json, "relocation");
+  json.Key("section").Number(dwSection);
+  json.Key("index").Number(dwRecord);
+  json.Key("offset").Number(p->Offset);
+  json.Key("symbol").Number(p->Info >> 8);
+  json.Key("type").Number(p->Info & 0xFF);
+  WritePair(json, "bits", p->to_start, p->to_end);
+  WritePair(json, "run", p->exp_start, p->exp_end);
+  DWORD dwValue = 0;
+  const HRESULT hr = table.Evaluate(dwRecord, &dwValue);
+  if (hr == S_OK) json.Key("value").Number(dwValue);
+  else json.Key("error").Number(static_cast<DWORD>(hr));
+  char szText[256] = "";
+  if (table.GetExpressionText(dwRecord, szText, sizeof szText) == S_OK) json.Name("expression", szText);
+  else json.Key("expression").Null();
+  json.EndObject();
+}
+
+namespace {
+
 void WriteHeader(C_JsonWriter& json, const KEL_EHDR& header) {
   if (!json.Lines()) json.Key("header");
   BeginItem(json, "header");
@@ -111,26 +153,6 @@ bool WriteRecordsOf(C_JsonWriter& json, I_KOfdSection* pSection, Body body) {
   return true;
 }
 
-}  // namespace
-
-void WriteStringsJson(C_JsonWriter& json, std::string_view sKey, const C_ByteView& contents) {
-  json.Key(sKey).BeginArray();
-  const char* p = reinterpret_cast<const char*>(contents.Data());
-  DWORD dwAt = 0;
-  while (p && dwAt < contents.Size()) {
-    const char* pStart = p + dwAt;
-    const void* pNul = memchr(pStart, 0, contents.Size() - dwAt);
-    const DWORD dwLength = pNul ? static_cast<DWORD>(static_cast<const char*>(pNul) - pStart) : contents.Size() - dwAt;
-    json.BeginObject();
-    json.Key("offset").Number(dwAt);
-    json.Name("string", std::string_view(pStart, dwLength));
-    json.EndObject();
-    dwAt += dwLength + 1;
-  }
-  json.EndArray();
-}
-
-namespace {
 
 // The records of the tables the library reads as records; a symbol table's are "symbols" and a
 // relocation table of type 22's are "relocations", beside the sections.
@@ -247,32 +269,13 @@ void WriteSymbols(C_JsonWriter& json, I_KOfdELF& document) {
   if (pTable && !json.Lines()) json.Key("symbol_table").Number(pTable->GetKeyIndex());
 }
 
+
 void WriteRelocationsOf(C_JsonWriter& json, C_KOfdRelxebTable& table, DWORD dwSection) {
   DWORD dwCount = 0;
   table.GetCount(&dwCount);
   // Records naming one expression run share its value and text: each run is walked once.
   const C_RememberedRuns remembered(table);
-  char szText[256];
-  for (DWORD i = 0; i < dwCount; ++i) {
-    KEL_RELXEB* p = nullptr;
-    if (table.GetAt(i, &p) != S_OK || !p) continue;
-    BeginItem(json, "relocation");
-    json.Key("section").Number(dwSection);
-    json.Key("index").Number(i);
-    json.Key("offset").Number(p->Offset);
-    json.Key("symbol").Number(p->Info >> 8);
-    json.Key("type").Number(p->Info & 0xFF);
-    WritePair(json, "bits", p->to_start, p->to_end);
-    WritePair(json, "run", p->exp_start, p->exp_end);
-    DWORD dwValue = 0;
-    const HRESULT hr = table.Evaluate(i, &dwValue);
-    if (hr == S_OK) json.Key("value").Number(dwValue);
-    else json.Key("error").Number(static_cast<DWORD>(hr));
-    szText[0] = '\0';
-    if (table.GetExpressionText(i, szText, sizeof szText) == S_OK) json.Name("expression", szText);
-    else json.Key("expression").Null();
-    json.EndObject();
-  }
+  for (DWORD i = 0; i < dwCount; ++i) WriteRelocationJson(json, table, dwSection, i);
 }
 
 // Every byte of the object outside the file header, the two header tables and the sections.

@@ -18,6 +18,7 @@
 #include "frame/byte_view.h"
 #include "json_writer.h"
 #include "object/kofd_elf.h"
+#include "reloc/relocation_tables.h"
 
 namespace cli {
 
@@ -33,6 +34,10 @@ struct ObjectJsonParts {
 // Writes the object as the value of the key the caller wrote. bytes are the object's own bytes
 // (its file, or its archive member's data), read for contents and gaps.
 void WriteObjectJson(C_JsonWriter& json, I_KOfdELF& document, const C_ByteView& bytes, const ObjectJsonParts& parts);
+
+// One record of a relocation table of type 22, evaluated, as "relocations" lists it; the caller
+// keeps the table's runs remembered (C_RememberedRuns) for a whole listing.
+void WriteRelocationJson(C_JsonWriter& json, C_KOfdRelxebTable& table, DWORD dwSection, DWORD dwRecord);
 
 // KEY: every NUL-terminated string of the bytes with its offset (an unterminated end as it stands).
 void WriteStringsJson(C_JsonWriter& json, std::string_view sKey, const C_ByteView& bytes);
