@@ -11,7 +11,12 @@ DRAFT = "https://json-schema.org/draft/2020-12/schema"
 BASE = "https://kofd.invalid/schema/"
 
 
+COMMON = {"named": "named", "hex": "hex", "u32": "uint32"}  # kept in kofd-common.schema.json
+
+
 def ref(name):
+    if name in COMMON:
+        return {"$ref": BASE + "kofd-common.schema.json#/$defs/" + COMMON[name]}
     return {"$ref": "#/$defs/" + name}
 
 
@@ -30,9 +35,6 @@ def named_key(key):
 
 U32, U16, U8 = ref("u32"), ref("u16"), ref("u8")
 common = {
-    "named": obj({"value": {"type": "integer", "minimum": 0}, "name": {"type": "string"}}),
-    "hex": {"type": "string", "pattern": "^([0-9a-f]{2})*$"},
-    "u32": {"type": "integer", "minimum": 0, "maximum": 4294967295},
     "u16": {"type": "integer", "minimum": 0, "maximum": 65535},
     "u8": {"type": "integer", "minimum": 0, "maximum": 255},
     "pair": {"type": "array", "items": ref("u32"), "minItems": 2, "maxItems": 2},
