@@ -53,4 +53,21 @@ int RunReporting(const std::string& sFile, Body&& body) {
   }
 }
 
+// The commands that answer a question (xref, ar check, diff...) exit 0 when all is well, 1 when
+// they found something (the body's own status) and 2 on trouble: whatever RunReporting would
+// report as a failure.
+constexpr int kExitFound = 1;
+constexpr int kExitTrouble = 2;
+
+template <class Body>
+int RunFinding(const std::string& sFile, Body&& body) {
+  bool bFailed = true;
+  const int status = RunReporting(sFile, [&] {
+    const int bodyStatus = body();
+    bFailed = false;
+    return bodyStatus;
+  });
+  return bFailed ? kExitTrouble : status;
+}
+
 }  // namespace cli

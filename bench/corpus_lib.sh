@@ -1,0 +1,19 @@
+# Sourced by the corpus scripts: the real-world corpus, libc.a's ELF64 members converted into
+# KELF objects by bench/make_corpus.cpp (RELA sections become type-22 tables, offsets and gaps
+# kept).
+#
+#   make_kelf_corpus MAKE_CORPUS WORK [LIMIT]
+#       WORK/elf: the members; WORK/kelf/NAME.kelf: the converted objects, every one or LIMIT of
+#       them spread evenly over the archive. Returns 77 (skipped) when libc.a is absent.
+corpus_archive=/usr/lib/x86_64-linux-gnu/libc.a
+
+make_kelf_corpus() {
+  local make_corpus=$1 work=$2 limit=${3:-0} inputs
+  [ -r "$corpus_archive" ] || { echo "no $corpus_archive: skipped"; return 77; }
+  mkdir -p "$work/elf" "$work/kelf"
+  (cd "$work/elf" && ar x "$corpus_archive") || return 1
+  inputs=$(ls "$work/elf"/*.o | sort)
+  [ "$limit" -gt 0 ] && inputs=$(echo "$inputs" | awk -v n="$limit" 'NR % int(2070 / n + 1) == 1' | head -n "$limit")
+  # shellcheck disable=SC2086
+  "$make_corpus" "$work/kelf" $inputs >/dev/null
+}
