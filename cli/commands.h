@@ -16,6 +16,7 @@ void RegisterDump(CLI::App& app, CommandResult& result);
 void RegisterAr(CLI::App& app, CommandResult& result);
 void RegisterBrowse(CLI::App& app, CommandResult& result);
 void RegisterEdit(CLI::App& app, CommandResult& result);  // edit and new
+void RegisterExport(CLI::App& app, CommandResult& result);
 void RegisterBuild(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

@@ -26,6 +26,7 @@ int main(int argc, char** argv) {
   cli::RegisterAr(app, result);
   cli::RegisterBrowse(app, result);
   cli::RegisterEdit(app, result);
+  cli::RegisterExport(app, result);
   cli::RegisterBuild(app, result);
 
   try {
