@@ -17,5 +17,7 @@ void RegisterAr(CLI::App& app, CommandResult& result);
 void RegisterBrowse(CLI::App& app, CommandResult& result);
 void RegisterEdit(CLI::App& app, CommandResult& result);  // edit and new
 void RegisterBuild(CLI::App& app, CommandResult& result);
+void RegisterXref(CLI::App& app, CommandResult& result);
+void RegisterDiff(CLI::App& app, CommandResult& result);
 
 }  // namespace cli
