@@ -253,4 +253,44 @@ TEST(Diff, TheCommandComparesObjectsAndArchives) {
   EXPECT_EQ(Kofd(dir, "diff one.a a.o", cd).status, 2);  // an archive and an object
 }
 
+// One edit of examples/sample.o at a time, and the lines diff shows for it.
+TEST(Diff, EachEditOfTheSampleIsOneFinding) {
+  TempDir dir;
+  const std::string cd = "cd " + Quoted(dir.Path("")) + " && ";
+  const std::string sSample = Quoted(std::string(KOFD_EXAMPLES_DIR) + "/sample.o");
+  kelf_test::WriteFile(dir.Path("blob"), Bytes{1, 2, 3});
+  const struct {
+    const char* pszEdit;
+    const char* pszLines;
+  } cases[] = {
+      {"--set-symbol led_toggle=0x99",
+       "symbol led_toggle: value 0xe0 -> 0x99\nrelocation .relxeb.text at 0x12: value 0x38 -> 0x26\n"},
+      {"--rename-symbol tick_count=ticks",
+       "symbol tick_count: removed\nsymbol ticks: added\n"
+       "relocation .relxeb.text at 0x20: expression \"(tick_count + 32768)\" -> \"(ticks + 32768)\"\n"},
+      {"--set-section-address .text=0x4000", "section .text: address 0x0 -> 0x4000\n"},
+      {"--patch .text:0=aabb", "section .text: contents [0x0, 0x2)\n"},
+      {"--add-section .blob=blob", "section .blob: added\n"},
+      {"--remove-symbol idle_hook", "symbol idle_hook: removed\n"},
+  };
+  for (const auto& c : cases) {
+    ASSERT_EQ(Kofd(dir, "edit " + sSample + " -o edited.o " + c.pszEdit, cd).status, 0) << c.pszEdit;
+    const Outcome diff = Kofd(dir, "diff " + sSample + " edited.o", cd);
+    EXPECT_EQ(diff.status, 1) << c.pszEdit;
+    EXPECT_EQ(diff.out, c.pszLines) << c.pszEdit;
+  }
+
+  // Archives of one member each, changed, and of no member.
+  ASSERT_EQ(RunShell(dir, cd + "mkdir a b && cp " + sSample + " a/s.o && cp edited.o b/s.o").status, 0);
+  ASSERT_EQ(Kofd(dir, "ar ../a.a create s.o", cd + "cd a && ").status, 0);
+  ASSERT_EQ(Kofd(dir, "ar ../b.a create s.o", cd + "cd b && ").status, 0);
+  ASSERT_EQ(Kofd(dir, "ar empty.a create", cd).status, 0);
+  const Outcome changed = Kofd(dir, "diff a.a b.a", cd);
+  EXPECT_EQ(changed.status, 1);
+  EXPECT_EQ(changed.out, "member s.o: symbol idle_hook: removed\n");
+  const Outcome removed = Kofd(dir, "diff a.a empty.a", cd);
+  EXPECT_EQ(removed.status, 1);
+  EXPECT_EQ(removed.out, "member s.o: removed\n");
+}
+
 }  // namespace
