@@ -6,11 +6,11 @@
 
 namespace cli {
 
-void OpenForAnalysis(const std::string& sPath, AnalyzedFile& file) {
+void OpenForAnalysis(const std::string& sPath, AnalyzedFile& file, bool bBytes) {
   file.kind = KindOfFile(sPath);
   if (file.kind == FileKind::kObject) {
     file.object = OpenObject(sPath);
-    file.vBytes = ReadFileBytes(sPath.c_str());
+    if (bBytes) file.vBytes = ReadFileBytes(sPath.c_str());
     kofd_analyze::AnalyzedObject object;
     object.pDocument = file.object.get();
     object.bytes = C_ByteView(file.vBytes.data(), static_cast<DWORD>(file.vBytes.size()));
@@ -27,8 +27,10 @@ void OpenForAnalysis(const std::string& sPath, AnalyzedFile& file) {
     if (hr != S_OK || !pDocument) ThrowLibraryError(false, hr != S_OK ? hr : E_POINTER, member.GetName());
     const BYTE* pData = nullptr;
     DWORD dwSize = 0;
-    hr = member.GetData(&pData, &dwSize);
-    if (hr != S_OK) ThrowLibraryError(false, hr, member.GetName());
+    if (bBytes) {
+      hr = member.GetData(&pData, &dwSize);
+      if (hr != S_OK) ThrowLibraryError(false, hr, member.GetName());
+    }
     kofd_analyze::AnalyzedObject object;
     object.sMember = member.GetName();
     object.pDocument = pDocument;

@@ -21,8 +21,8 @@ struct AnalyzedFile {
   std::vector<kofd_analyze::AnalyzedObject> objects;  // the object, or every member in order
 };
 
-// Opens sPath and every member of it; throws what the library reports, and a file that is
-// neither an object nor an archive as the library's "not an object file".
-void OpenForAnalysis(const std::string& sPath, AnalyzedFile& file);
+// Opens sPath and every member of it, with their bytes when bBytes; throws what the library
+// reports, and a file that is neither an object nor an archive as the library's "not an object file".
+void OpenForAnalysis(const std::string& sPath, AnalyzedFile& file, bool bBytes = true);
 
 }  // namespace cli

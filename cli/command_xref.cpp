@@ -131,7 +131,7 @@ int RunXref(const XrefOptions& options) {
   }
   return RunFinding(options.sPath, [&] {
     AnalyzedFile file;
-    OpenForAnalysis(options.sPath, file);
+    OpenForAnalysis(options.sPath, file, false);  // the analyses read documents only
     if (options.bUndefined) return RunUndefined(options, file);
     if (options.bUnreferenced) return RunUnreferenced(options, file);
     return RunReferences(options, file);

@@ -31,6 +31,7 @@ struct Shape {
   bool extraSection = false;
   bool align4 = false;               // the same parts, laid out on 4-byte boundaries
   std::string unusedName = "unused"; // objects of one archive define globals of their own
+  std::uint32_t extRunEnd = 3;       // past the expression table: a damaged run
 };
 
 // Symbols: main (global, .text), ext (global, undefined unless defined), unused (global),
@@ -57,7 +58,7 @@ kelf_test::ObjectBuilder Make(const Shape& shape) {
                                                   kelf_test::Exp(13, 3), kelf_test::Exp(13, 1)}),
                                  2));  // 4
   builder.AddSection(MakeSection(".relxeb", kelf_test::kShtRelxeb,
-                                 kelf_test::Join({kelf_test::Relxeb(0, 2, 0, 0, 31, 0, 2), kelf_test::Relxeb(4, 3, 0, 0, 31, 3, 3),
+                                 kelf_test::Join({kelf_test::Relxeb(0, 2, 0, 0, 31, 0, 2), kelf_test::Relxeb(4, 3, 0, 0, 31, 3, shape.extRunEnd),
                                                   kelf_test::Relxeb(8, 2, 0, 0, 31, 0, 0)}),
                                  4, 1));  // 5
   if (shape.extraSection) builder.AddSection(MakeSection(".extra", kelf_test::kShtPrgbit, kelf_test::Words({7})));
@@ -115,6 +116,20 @@ TEST(Xref, ReferencesUndefinedAndUnreferencedSymbols) {
   defines.mainName = "other";
   Opened second(dir, "defines.o", defines);
   EXPECT_TRUE(kofd_analyze::FindUndefined({plain.object, second.object}).empty());
+
+  // A run past the expression table names nothing, and its record is shown as failing to evaluate.
+  Shape damaged;
+  damaged.extRunEnd = 99;
+  Opened broken(dir, "broken.o", damaged);
+  EXPECT_TRUE(kofd_analyze::FindReferences({broken.object}, "ext").empty());
+  EXPECT_EQ(kofd_analyze::FindReferences({broken.object}, "main").size(), 2u);
+  const auto differences = kofd_analyze::DiffObjects(plain.object, broken.object, kofd_analyze::DiffOptions{});
+  ASSERT_EQ(differences.size(), 2u);
+  EXPECT_EQ(differences[0].sField, "value");
+  EXPECT_TRUE(differences[0].b.bText);
+  EXPECT_EQ(differences[0].b.sText.rfind("error 0x", 0), 0u);
+  EXPECT_EQ(differences[1].sField, "expression");
+  EXPECT_FALSE(differences[1].b.bPresent);
 }
 
 TEST(Xref, TheCommandListsReferencesAndExitsAsGrepDoes) {

@@ -1,6 +1,7 @@
 #include "analyze/xref.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <map>
 #include <set>
 
@@ -29,12 +30,17 @@ std::vector<Reference> FindReferences(const std::vector<AnalyzedObject>& objects
       C_KOfdRelxebTable* pTable = SectionAs<C_KOfdRelxebTable>(document, s);
       if (!pTable) continue;
       const C_RememberedRuns remembered(*pTable);
+      // Records naming one run share its answer: each run is walked once, however many name it.
+      std::map<std::uint64_t, bool> runs;
       const DWORD dwCount = pTable->GetCount();
       for (DWORD r = 0; r < dwCount; ++r) {
         KEL_RELXEB* pRecord = nullptr;
         if (pTable->GetAt(r, &pRecord) != S_OK || !pRecord) continue;
-        bool bNames = false;
-        ForEachRunSymbol(*pTable, *pRecord, [&](const char* pszName, const ELF32_SYM&) { bNames = bNames || sSymbol == pszName; });
+        const auto known = runs.emplace(static_cast<std::uint64_t>(pRecord->exp_start) << 32 | pRecord->exp_end, false);
+        bool& bNames = known.first->second;
+        if (known.second) {
+          ForEachRunSymbol(*pTable, *pRecord, [&](const char* pszName, const ELF32_SYM&) { bNames = bNames || sSymbol == pszName; });
+        }
         if (!bNames) continue;
         Reference reference;
         reference.sMember = object.sMember;
