@@ -18,5 +18,7 @@ void RegisterBrowse(CLI::App& app, CommandResult& result);
 void RegisterEdit(CLI::App& app, CommandResult& result);  // edit and new
 void RegisterExport(CLI::App& app, CommandResult& result);
 void RegisterBuild(CLI::App& app, CommandResult& result);
+void RegisterXref(CLI::App& app, CommandResult& result);
+void RegisterDiff(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

@@ -28,6 +28,8 @@ int main(int argc, char** argv) {
   cli::RegisterEdit(app, result);
   cli::RegisterExport(app, result);
   cli::RegisterBuild(app, result);
+  cli::RegisterXref(app, result);
+  cli::RegisterDiff(app, result);
 
   try {
     app.parse(argc, argv);

@@ -8,7 +8,7 @@ with '#' are skipped. ARGS are split as a shell splits words; in them @DATA@ is 
 the bundled examples, @TMP@ a directory made for this run (the cases run in order and share it),
 and \\xHH one byte, so that names which are not valid UTF-8 can be given. For each case:
   - the exit status is the one expected;
-  - after exit 0 (or ar find's answer "no", exit 1), standard output is exactly one JSON document,
+  - after exit 0 (or exit 1 from a command that answers a question: ar find, xref, diff), standard output is exactly one JSON document,
     no byte before or after it, no key twice in an object, valid UTF-8, its first keys "schema",
     "command", "file", and it is valid against docs/schema/SCHEMA_FILE;
   - after any other failure standard output is empty and standard error says "kofd: ...";
