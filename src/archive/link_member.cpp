@@ -175,12 +175,10 @@ void C_KArcLinkMember::Z_EraseName(DWORD dwIndex) {
   m_bIndexed = false;
 }
 
-bool C_KArcLinkMember::Z_AddSym(const char* pszName, DWORD dwMember) {
+void C_KArcLinkMember::Z_AddSym(const char* pszName, DWORD dwMember) {
   if (!pszName) ThrowLibraryError(false, E_INVALIDARG, "when call C_KArcLinkMember::Z_AddSym");
-  if (FindSymbol(pszName) >= 0) return false;
   m_vMemberIndices.push_back(dwMember);
   Z_AppendName(pszName, strlen(pszName));
-  return true;
 }
 
 void C_KArcLinkMember::Z_RemoveMember(DWORD dwMember) {
