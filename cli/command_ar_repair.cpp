@@ -124,7 +124,9 @@ int RunReplace(const std::string& sLibrary, const RepairOptions& options) {
     image.Read(sLibrary.c_str());
     RefuseLosingBytes(image);
     for (const std::string& sObject : options.vItems) {
-      const long lMember = image.FindMember(BaseName(sObject));
+      // The name as given (create and add name members so), else the file's base name.
+      long lMember = image.FindMember(sObject);
+      if (lMember < 0) lMember = image.FindMember(BaseName(sObject));
       if (lMember < 0) Fail("no member named " + EscapeText(BaseName(sObject)));
       vMembers.push_back(image.Members()[static_cast<std::size_t>(lMember)].sName);
       const int objectStatus = RunReporting(sObject, [&] {
