@@ -1,4 +1,5 @@
-// kofd ar LIB list|symbols|find|create|add|remove: archives of KELF objects.
+// kofd ar LIB list|symbols|find|create|add|remove: archives of KELF objects (check, replace and
+// extract: command_ar_repair.cpp).
 //
 // Changes never touch LIB until they have all succeeded: the new archive is written through the
 // replacing output, which locks LIB before it is read and renames the new archive over it once
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "archive/archive.h"
+#include "archive/archive_check.h"
 #include "commands.h"
 #include "escape.h"
 #include "frame/error.h"
@@ -64,9 +66,11 @@ const char* MemberOfSymbol(C_KOfdArchive& archive, DWORD dwSymbol, const char* p
   return archive.MemberAt(dwMember).GetName();
 }
 
-// Refuses, before anything changes, an object the archive cannot take whole: one whose name is
-// a member's already, or that defines a global symbol the archive lists (or defines it twice).
-void CheckAddable(C_KOfdArchive& archive, const std::string& sObject) {
+// Refuses, before anything changes, an object whose name is a member's already. A global symbol
+// other members define too is listed again (a lookup answers the first member); in text a warning
+// names the clash when both definitions are strong and neither lies in a section group, the
+// copies a linker keeps once (as __x86.get_pc_thunk.bx in every member of a C library).
+void CheckAddable(C_KOfdArchive& archive, const std::string& sObject, bool bWarn) {
   DWORD dwMember = 0;
   if (archive.FindMember(sObject.c_str(), &dwMember) == S_OK) {
     Fail("the archive already has a member named " + EscapeText(archive.MemberAt(dwMember).GetName()));
@@ -74,19 +78,23 @@ void CheckAddable(C_KOfdArchive& archive, const std::string& sObject) {
   C_KOfdELF object;
   object.AttachPath(sObject.c_str(), 0);
   ThrowIfFailed(object.Read(), &object);
-  std::vector<std::string> vNames;
-  CollectDefinedGlobals(&object, &vNames);
-  std::unordered_set<std::string> seen;
-  for (const std::string& sName : vNames) {
+  if (!bWarn) return;
+  std::vector<S_KArcDefinedSymbol> vSymbols;
+  CollectDefinedSymbols(&object, &vSymbols);
+  for (const S_KArcDefinedSymbol& symbol : vSymbols) {
+    if (symbol.bWeak || symbol.bGrouped) continue;
     long lMember = -1;
-    archive.FindSymbolMember(sName.c_str(), &lMember);
-    if (lMember >= 0) {
-      const char* pszMember = static_cast<unsigned long>(lMember) < archive.MemberCount()
-                                  ? archive.MemberAt(static_cast<DWORD>(lMember)).GetName()
-                                  : "(none)";
-      Fail("symbol " + EscapeText(sName) + " is already defined by member " + EscapeText(pszMember));
+    archive.FindSymbolMember(symbol.sName.c_str(), &lMember);
+    if (lMember < 0 || static_cast<unsigned long>(lMember) >= archive.MemberCount()) continue;
+    C_KArcObjectMember& member = archive.MemberAt(static_cast<DWORD>(lMember));
+    I_KOfdELF* pDocument = nullptr;
+    std::vector<S_KArcDefinedSymbol> vOther;
+    if (member.GetDocument(&pDocument) == S_OK) CollectDefinedSymbols(pDocument, &vOther);
+    for (const S_KArcDefinedSymbol& other : vOther) {
+      if (other.sName != symbol.sName || other.bWeak || other.bGrouped) continue;
+      fprintf(stderr, "kofd: warning: %s: symbol %s is also defined by member %s, which lookups answer\n",
+              EscapeText(sObject).c_str(), EscapeText(symbol.sName).c_str(), EscapeText(member.GetName()).c_str());
     }
-    if (!seen.insert(sName).second) Fail("symbol " + EscapeText(sName) + " is defined twice in the object");
   }
 }
 
@@ -95,7 +103,7 @@ int RunAdd(C_KOfdArchive& archive, C_ReplacingFile& output, const ArOptions& opt
   for (std::size_t i = 0; i < options.vItems.size(); ++i) {
     const std::string& sObject = options.vItems[i];
     const int status = RunReporting(sObject, [&] {
-      CheckAddable(archive, sObject);
+      CheckAddable(archive, sObject, !options.bJson);
       const HRESULT hr = archive.Add(sObject.c_str(), 0);
       return hr == S_OK ? 0 : ReportFailure(sObject, "the archive cannot take the object", hr);
     });
@@ -271,7 +279,8 @@ void RegisterAr(CLI::App& app, CommandResult& result) {
   };
   const Change changes[] = {
       {"create", "Make a new archive LIB (which must not exist) of the objects OBJ", "OBJ", "Objects to put in, named as given", false},
-      {"add", "Append the objects OBJ, refusing one whose name or global symbols the archive has already", "OBJ",
+      {"add", "Append the objects OBJ, refusing one whose name the archive has already; a global symbol other members "
+              "define is listed again, lookups answering the first member", "OBJ",
        "Objects to add, named as given", true},
       {"remove", "Delete the members NAME (ignoring case), every other member keeping its bytes", "NAME", "Members to delete", true},
   };
@@ -283,6 +292,7 @@ void RegisterAr(CLI::App& app, CommandResult& result) {
     const std::string sName = change.pszName;
     sub->callback([options, sName, &result] { result.status = RunChange(sName, *options); });
   }
+  RegisterArRepair(*command, result, std::shared_ptr<const std::string>(options, &options->sLibrary));
 }
 
 }  // namespace cli

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
 
 namespace cli {
 
@@ -14,6 +16,8 @@ void RegisterInfo(CLI::App& app, CommandResult& result);
 void RegisterReloc(CLI::App& app, CommandResult& result);
 void RegisterDump(CLI::App& app, CommandResult& result);
 void RegisterAr(CLI::App& app, CommandResult& result);
+// ar's check, replace and extract, on the archive *pLibrary names once ar's options are parsed.
+void RegisterArRepair(CLI::App& ar, CommandResult& result, std::shared_ptr<const std::string> pLibrary);
 void RegisterBrowse(CLI::App& app, CommandResult& result);
 void RegisterEdit(CLI::App& app, CommandResult& result);  // edit and new
 void RegisterExport(CLI::App& app, CommandResult& result);

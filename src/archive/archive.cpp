@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <map>
+#include <set>
 
 #include "frame/error.h"
 #include "frame/fileio.h"
@@ -194,15 +195,16 @@ HRESULT C_KOfdArchive::Add(const char* pszPath, DWORD dwAttribute) {
 
     const DWORD dwNewMember = m_LinkMember.GetObjectCount();
     m_LinkMember.m_vOffsets.push_back(0);
-    bool bListed = false;
+    // Every definition is listed, also of a name other members define: the lookup answers the
+    // first member in archive order. A name the object defines twice is listed once.
+    std::set<std::string> seen;
     DWORD dwGrowth = 4;
     for (const std::string& sName : vNames) {
-      if (!m_LinkMember.Z_AddSym(sName.c_str(), dwNewMember)) bListed = true;
-      // The size grows for every name, listed before or not.
+      if (!seen.insert(sName).second) continue;
+      m_LinkMember.Z_AddSym(sName.c_str(), dwNewMember);
       dwGrowth += 4 + static_cast<DWORD>(sName.size()) + 1;
     }
     m_LinkMember.GetHeader().BuildSpecial(m_LinkMember.GetSize() + dwGrowth);
-    if (bListed) return E_FAIL;
 
     C_KArcObjectMember& member = Z_AppendMember();
     const DWORD dwNameIndex = m_NameMember.Append(pszPath);

@@ -43,9 +43,9 @@ class I_KOfdArchive : public virtual I_Unknown {
   virtual void FindSymbol(const char* pszName, I_KArcSymbolCallback* pCallback) = 0;
   // The same, for a callback object reached by run-time conversion; any other object is ignored.
   virtual void FindSymbol(const char* pszName, I_Unknown* pCallback) = 0;
-  // Appends the object file at pszPath, named by pszPath, and lists its defined global symbols.
-  // E_FAIL when it defines a symbol the archive already lists: no member is added, but the
-  // linker member keeps an extra offset and the names it took.
+  // Appends the object file at pszPath, named by pszPath, and lists its defined global symbols,
+  // each once, also those other members define already: the linker member lists every
+  // definition, and a lookup answers the first member in archive order.
   virtual HRESULT Add(const char* pszPath, DWORD dwAttribute) = 0;
   // Takes the first member named pszName (ignoring case) out of the linker member only.
   virtual HRESULT Remove(const char* pszName) = 0;

@@ -152,7 +152,7 @@ DWORD C_KArcLinkMember::Y_Update(DWORD dwNameMemberSize, const std::vector<DWORD
   if (m_vOffsets.size() < vMemberSizes.size()) ThrowLibraryError(false, KE_OUT_OF_RANGE, kUpdateContext);
   std::uint64_t qwAt = 8 + (kArcMemberHeaderSize + static_cast<std::uint64_t>(m_Header.GetSize())) +
                        (kArcMemberHeaderSize + static_cast<std::uint64_t>(dwNameMemberSize));
-  // Offsets past the member list (left by a refused Add) all take the position after the last.
+  // Offsets past the member list (a damaged index) all take the position after the last.
   for (DWORD i = 0; i < m_vOffsets.size(); ++i) {
     if (qwAt > 0xFFFFFFFFu) return i;
     m_vOffsets[i] = static_cast<DWORD>(qwAt);
@@ -175,12 +175,10 @@ void C_KArcLinkMember::Z_EraseName(DWORD dwIndex) {
   m_bIndexed = false;
 }
 
-bool C_KArcLinkMember::Z_AddSym(const char* pszName, DWORD dwMember) {
+void C_KArcLinkMember::Z_AddSym(const char* pszName, DWORD dwMember) {
   if (!pszName) ThrowLibraryError(false, E_INVALIDARG, "when call C_KArcLinkMember::Z_AddSym");
-  if (FindSymbol(pszName) >= 0) return false;
   m_vMemberIndices.push_back(dwMember);
   Z_AppendName(pszName, strlen(pszName));
-  return true;
 }
 
 void C_KArcLinkMember::Z_RemoveMember(DWORD dwMember) {

@@ -70,8 +70,8 @@ class C_KArcLinkMember : public C_KArcMember, public virtual C_KOfdDump {
  private:
   friend class C_KOfdArchive;
 
-  // Appends (name, member) unless a symbol of that name is listed; true when appended.
-  bool Z_AddSym(const char* pszName, DWORD dwMember);
+  // Appends (name, member); a name listed before keeps answering lookups with its first member.
+  void Z_AddSym(const char* pszName, DWORD dwMember);
   // Drops member dwMember from the symbol lists with the walk the archive's Remove relies on.
   void Z_RemoveMember(DWORD dwMember);
   // Drops member dwMember from both symbol lists and renumbers the later members' symbols.

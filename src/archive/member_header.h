@@ -61,6 +61,8 @@ class C_KArcMemberHeader : public virtual I_KArcMemberHeader, public virtual C_E
   void SetSize(DWORD dwSize);
 
   const BYTE* GetBytes() const { return m_Bytes; }
+  // Takes 60 header bytes as they were read elsewhere.
+  void Assign(const BYTE* pBytes) { Z_Take(pBytes); }
 
   // Reads the header at dwOffset, then the Size bytes behind it into a new zero-padded block;
   // 1016 "When read linker member" when the file does not hold them all.

@@ -1,0 +1,81 @@
+// C_KArcImage: an archive file read byte by byte, without trusting its linker member, to check
+// the index against the members and to write the archive again from its members.
+//
+// The members are found by walking the file: they lie back to back behind the name member, each
+// a header (60) and Size bytes, with no padding (an odd Size is followed directly by the next
+// header). The walk stops at the end of the file, at a header cut short, at a header that does
+// not end with "'\n", or at data that runs past the end; what it found before is the archive's
+// member list. Each member's defined global symbols are read from its object where it lies.
+//
+// Rebuild lays out a new archive from that list: linker member version 1 with every member's
+// offset and every (symbol, member) pair in member order and, inside a member, in symbol-table
+// order; a name member with each member's name in member order; member headers as they were
+// but for the Name Index and the Size, and the linker and name member headers dated 0. The same
+// members give the same bytes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "frame/types.h"
+
+class C_ReplacingFile;
+class I_KOfdELF;
+
+// A global symbol an object defines: bind GLOBAL or WEAK, section index neither 0 nor 0xFFFF.
+struct S_KArcDefinedSymbol {
+  std::string sName;
+  bool bWeak = false;
+  // Defined in a section of a group (SHF_GROUP): one of many copies a linker keeps once.
+  bool bGrouped = false;
+};
+
+// The defined global symbols of pDocument in symbol-table order, each name once.
+void CollectDefinedSymbols(I_KOfdELF* pDocument, std::vector<S_KArcDefinedSymbol>* pvSymbols);
+
+struct S_KArcFinding {
+  std::string sKind;    // offset-wrong, symbol-missing, ... (docs/behaviour.md lists them)
+  std::string sWords;   // what is wrong, in words
+  std::string sMember;  // the member concerned, "" when none
+  std::string sSymbol;  // the symbol concerned, "" when none
+};
+
+struct S_KArcImageMember {
+  std::string sName;
+  std::vector<BYTE> vHeader;  // the 60 header bytes as read
+  std::vector<BYTE> vData;    // the Size bytes
+  DWORD dwHeaderAt = 0;       // where the header lies in the file read (0 for a replacement)
+  std::vector<S_KArcDefinedSymbol> vSymbols;
+  bool bObject = false;       // the bytes read as an object
+};
+
+class C_KArcImage {
+ public:
+  // Reads the archive at pszPath and checks it. Throws (the library's errors) when the file
+  // cannot be read, is no archive, or its linker or name member runs past its end: then no
+  // member can be found at all.
+  void Read(const char* pszPath);
+
+  const std::vector<S_KArcFinding>& Findings() const { return m_vFindings; }
+  const std::vector<S_KArcImageMember>& Members() const { return m_vMembers; }
+  // The index of the first member named sName (ignoring case, as the archive's commands do), or -1.
+  long FindMember(const std::string& sName) const;
+  // Puts the object file at pszPath in member dwIndex's place, under the same name; throws when
+  // the file cannot be read. The member's header takes the file's size and modification time.
+  void ReplaceMember(DWORD dwIndex, const char* pszPath);
+  // Writes the archive afresh from the members through output (not committed).
+  void Rebuild(C_ReplacingFile& output) const;
+  // The bytes Rebuild writes.
+  std::vector<BYTE> RebuiltBytes() const;
+
+ private:
+  void Z_Find(const char* pszKind, const std::string& sWords, const std::string& sMember = "",
+              const std::string& sSymbol = "");
+  void Z_WalkMembers(const std::vector<BYTE>& vFile, std::uint64_t qwFirst, const std::string& sNames);
+  void Z_CheckIndex(const std::vector<BYTE>& vFile, const std::vector<BYTE>& vIndex);
+
+  std::string m_sPath;
+  std::vector<S_KArcFinding> m_vFindings;
+  std::vector<S_KArcImageMember> m_vMembers;
+};
