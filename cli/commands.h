@@ -17,5 +17,7 @@ void RegisterAr(CLI::App& app, CommandResult& result);
 void RegisterBrowse(CLI::App& app, CommandResult& result);
 void RegisterEdit(CLI::App& app, CommandResult& result);  // edit and new
 void RegisterBuild(CLI::App& app, CommandResult& result);
+void RegisterMap(CLI::App& app, CommandResult& result);
+void RegisterLayout(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

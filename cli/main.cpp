@@ -27,6 +27,8 @@ int main(int argc, char** argv) {
   cli::RegisterBrowse(app, result);
   cli::RegisterEdit(app, result);
   cli::RegisterBuild(app, result);
+  cli::RegisterMap(app, result);
+  cli::RegisterLayout(app, result);
 
   try {
     app.parse(argc, argv);
