@@ -1,6 +1,8 @@
 #include "analyze/map.h"
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
 #include <map>
 #include <utility>
 
@@ -10,6 +12,8 @@
 #include "sections/section.h"
 #include "sections/share_rom_table.h"
 #include "sections/stab_table.h"
+#include "sections/storage.h"
+#include "sections/string_table.h"
 
 namespace kofd_analyze {
 namespace {
@@ -59,15 +63,17 @@ void ReadSourceLineTable(I_KOfdSourceLineTable& table, I_KOfdSection* pSection, 
   }
 }
 
-void ReadStabTable(I_KOfdStabTable& table, DWORD dwSection, std::vector<LineEntry>* pvEntries) {
-  DWORD dwCount = 0;
-  table.GetStabCount(&dwCount);
+// Stabs one at a time: the record and its name (null when there is none).
+using StabAt = std::function<bool(DWORD, KEL_STAB*, const char**)>;
+
+void ReadStabs(DWORD dwCount, const StabAt& stabAt, DWORD dwSection, std::vector<LineEntry>* pvEntries) {
   bool bFileKnown = false;
   std::string sFile;
   for (DWORD i = 0; i < dwCount; ++i) {
     const char* pszName = nullptr;
-    KEL_STAB* pStab = nullptr;
-    if (table.GetStabAt(i, &pszName, &pStab) != S_OK || !pStab) continue;
+    KEL_STAB stab;
+    if (!stabAt(i, &stab, &pszName)) continue;
+    const KEL_STAB* pStab = &stab;
     if (pStab->n_type == kStabSourceFile || pStab->n_type == kStabIncludedFile) {
       bFileKnown = pszName && *pszName;
       sFile = bFileKnown ? pszName : "";
@@ -84,6 +90,42 @@ void ReadStabTable(I_KOfdStabTable& table, DWORD dwSection, std::vector<LineEntr
     entry.dwRecord = i;
     pvEntries->push_back(std::move(entry));
   }
+}
+
+void ReadStabTable(I_KOfdStabTable& table, DWORD dwSection, std::vector<LineEntry>* pvEntries) {
+  DWORD dwCount = 0;
+  table.GetStabCount(&dwCount);
+  ReadStabs(dwCount, [&](DWORD i, KEL_STAB* pOut, const char** ppszName) {
+    KEL_STAB* pStab = nullptr;
+    if (table.GetStabAt(i, ppszName, &pStab) != S_OK || !pStab) return false;
+    *pOut = *pStab;
+    return true;
+  }, dwSection, pvEntries);
+}
+
+// A ".stab" section the document holds as program bytes: 12-byte records, their names in the
+// linked string table (else the section ".stabstr").
+void ReadStabBytes(I_KOfdELF& document, I_KOfdSection& section, I_KOfdProgramTable& program, DWORD dwSection,
+                   std::vector<LineEntry>* pvEntries) {
+  BYTE* pData = nullptr;
+  DWORD dwHeld = 0;
+  if (program.GetData(&pData, &dwHeld) != S_OK || !pData) return;
+  I_KOfdSection* pLinked = nullptr;
+  DWORD dwCount = 0;
+  document.GetSectionCount(&dwCount);
+  if (section.GetLink() != 0 && section.GetLink() < dwCount) document.GetSection(section.GetLink(), &pLinked);
+  auto* pNames = dynamic_cast<I_KOfdStringTable*>(pLinked);
+  if (!pNames && document.FindSection(".stabstr", &pLinked) == S_OK) pNames = dynamic_cast<I_KOfdStringTable*>(pLinked);
+  ReadStabs(dwHeld / sizeof(KEL_STAB), [&](DWORD i, KEL_STAB* pOut, const char** ppszName) {
+    memcpy(pOut, pData + std::size_t(i) * sizeof(KEL_STAB), sizeof(KEL_STAB));
+    *ppszName = pNames ? pNames->GetString(pOut->n_strx) : nullptr;
+    return true;
+  }, dwSection, pvEntries);
+}
+
+bool IsStabSection(I_KOfdSection& section) {
+  const char* pszName = section.GetName();
+  return pszName && strcmp(pszName, ".stab") == 0;
 }
 
 bool SaysTheSame(const LineEntry& a, const LineEntry& b) {
@@ -146,10 +188,14 @@ AddressMap BuildAddressMap(I_KOfdELF& document) {
   for (DWORD i = 0; i < dwCount; ++i) {
     I_KOfdSection* pSection = nullptr;
     if (document.GetSection(i, &pSection) != S_OK || !pSection) continue;
-    if (pSection->GetType() == SHT_KEL_PROGBITS) {
+    const bool bStabs = IsStabSection(*pSection);
+    if (pSection->GetType() == SHT_KEL_PROGBITS && !bStabs) {
       programs.Add(pSection->GetAddress(), std::uint64_t(pSection->GetAddress()) + pSection->GetSize());
     }
-    if (auto* pLines = dynamic_cast<C_KOfdLineTable*>(pSection)) {
+    auto* pProgram = dynamic_cast<I_KOfdProgramTable*>(pSection);
+    if (bStabs && pProgram) {
+      ReadStabBytes(document, *pSection, *pProgram, i, &vEntries);
+    } else if (auto* pLines = dynamic_cast<C_KOfdLineTable*>(pSection)) {
       ReadLineTable(*pLines, i, &vEntries);
     } else if (auto* pSource = dynamic_cast<I_KOfdSourceLineTable*>(pSection)) {
       ReadSourceLineTable(*pSource, pSection, i, &vEntries);

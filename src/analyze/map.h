@@ -4,8 +4,10 @@
 //   line table      address = the program section's (sh_info) sh_addr + Offset; no file
 //   source line     address = the program section's (sh_info) sh_addr + Offset; the file its
 //                   NameIndex names in the linked string table
-//   stab            N_SO and N_SOL name the current file (an empty N_SO ends it), N_SLINE gives
-//                   line n_desc at address n_value; other stabs place nothing
+//   stab            a ".stab" section of 12-byte records (names in its linked string table, else
+//                   ".stabstr"), or a stab table: N_SO and N_SOL name the current file (an
+//                   empty N_SO ends it), N_SLINE gives line n_desc at address n_value; N_FUN
+//                   and other stabs place nothing
 //
 // Addresses are 32-bit and wrap as the line table's own GetLineAddress does. At one address the
 // source-line entry wins over the line entry, which wins over the stab entry; within one kind
