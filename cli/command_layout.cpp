@@ -137,6 +137,7 @@ void WriteLayout(C_JsonWriter& json, const FileLayout& layout) {
 int RunLayout(const LayoutOptions& options) {
   return RunFinding(options.sPath, [&] {
     const FileLayout layout = kofd_analyze::LayoutFile(options.sPath.c_str());
+    if (!layout.bKnown) Fail("neither a KELF object nor an archive: it begins with no \\x7fELF or !<arch> magic");
     const int status = layout.FlagCount() == 0 ? 0 : kExitFound;
     if (options.bJson) {
       C_JsonWriter json(stdout);

@@ -175,7 +175,6 @@ TEST(AnalyzeLayout, CoversObjectsAndArchivesAndFlagsOverlapsAndPartsPastTheEnd) 
 TEST(CliMapLayout, AnswersWithTheExitStatusOfWhatItFound) {
   TempDir dir;
   const std::string sSample = std::string(KOFD_EXAMPLES_DIR) + "/sample.o";
-  const std::string sArchive = std::string(KOFD_EXAMPLES_DIR) + "/sample.a";
   Outcome run = Kofd(dir, "map " + Quoted(sSample));
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out, Golden("map_sample_o.txt"));
@@ -205,6 +204,10 @@ TEST(CliMapLayout, AnswersWithTheExitStatusOfWhatItFound) {
   EXPECT_EQ(run.status, 1);
   EXPECT_NE(run.out.find("OUT OF FILE: section header table"), std::string::npos);
   EXPECT_EQ(Kofd(dir, "layout " + Quoted(dir.Path("absent.o"))).status, 2);
+  run = Kofd(dir, "layout " + Quoted(std::string(KOFD_EXAMPLES_DIR) + "/hello.json"));
+  EXPECT_EQ(run.status, 2);
+  EXPECT_TRUE(run.out.empty());
+  EXPECT_NE(run.err.find("neither a KELF object nor an archive"), std::string::npos);
 }
 
 }  // namespace

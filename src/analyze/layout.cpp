@@ -252,6 +252,12 @@ FileLayout LayoutFile(const char* pszPath) {
   if (vBytes.size() >= kMagicSize && memcmp(pData, kArchiveMagic, kMagicSize) == 0) {
     return LayoutArchive(pData, vBytes.size());
   }
+  if (vBytes.size() < 4 || memcmp(pData, "\x7f" "ELF", 4) != 0) {
+    FileLayout layout;
+    layout.bKnown = false;
+    layout.qwSize = vBytes.size();
+    return layout;
+  }
   return LayoutObject(pData, vBytes.size());
 }
 

@@ -64,6 +64,8 @@ struct LayoutNested;
 
 struct FileLayout {
   bool bArchive = false;
+  // False when the bytes begin with neither "\x7fELF" nor "!<arch>\n" (LayoutFile): not laid out.
+  bool bKnown = true;
   std::uint64_t qwBase = 0;             // where the bytes begin in the file
   std::uint64_t qwSize = 0;             // the file's (or the member data's) size
   std::vector<LayoutPart> vParts;       // in the order the headers declare them
@@ -89,8 +91,9 @@ struct LayoutNested {
 FileLayout LayoutObject(const BYTE* pData, std::uint64_t qwSize, std::uint64_t qwBase = 0);
 FileLayout LayoutArchive(const BYTE* pData, std::uint64_t qwSize);
 
-// The file read whole, laid out as an archive when it begins with "!<arch>\n", else as an
-// object; throws the library's read failures.
+// The file read whole, laid out as an archive when it begins with "!<arch>\n", as an object when
+// it begins with "\x7fELF"; any other file is not laid out (bKnown false). Throws the library's
+// read failures.
 FileLayout LayoutFile(const char* pszPath);
 
 }  // namespace kofd_analyze
