@@ -180,7 +180,7 @@ int RunMap(const MapOptions& options, bool bAddress, DWORD dwAddress) {
           json.Name("name", object.sMember);
         }
         json.Key("entries").Number(object.map.nEntries);
-        json.Key("conflicts").Number(object.map.ConflictCount());
+        json.Key("conflicting_ranges").Number(object.map.ConflictCount());
         json.Key("ranges").BeginArray();
         for (const kofd_analyze::MapRange* pRange : Shown(object, bAddress, dwAddress)) WriteRange(json, *pRange);
         json.EndArray();

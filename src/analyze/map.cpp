@@ -54,8 +54,9 @@ void ReadSourceLineTable(I_KOfdSourceLineTable& table, I_KOfdSection* pSection, 
     LineEntry entry;
     entry.dwAddress = ProgramAddress(pSection, pRecord->Offset);
     entry.dwLine = pRecord->Line;
-    entry.bFileKnown = pszFile != nullptr;
-    if (pszFile) entry.sFile = pszFile;
+    // A NameIndex that names no text (or empty text) leaves the file unknown.
+    entry.bFileKnown = pszFile && *pszFile;
+    if (entry.bFileKnown) entry.sFile = pszFile;
     entry.source = LineSource::kSourceLine;
     entry.dwSection = dwSection;
     entry.dwRecord = i;
