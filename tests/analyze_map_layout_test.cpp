@@ -172,6 +172,26 @@ TEST(AnalyzeLayout, CoversObjectsAndArchivesAndFlagsOverlapsAndPartsPastTheEnd) 
   EXPECT_EQ(layout.OutOfFileCount(), 1u);
 }
 
+TEST(AnalyzeLayout, ARangeKeepsEightOwnersAndCountsThemAll) {
+  // The file header, then 1000 section headers that all claim the file header's bytes.
+  Bytes bytes(kelf_test::kHeaderSize, 0);
+  bytes[0] = 0x7F, bytes[1] = 'E', bytes[2] = 'L', bytes[3] = 'F';
+  kelf_test::Put32(bytes, 36, kelf_test::kHeaderSize);  // e_shoff
+  kelf_test::Put16(bytes, 52, 1000);                   // e_shnum
+  for (int i = 0; i < 1000; ++i) {
+    Bytes header(kelf_test::kSectionHeaderSize, 0);
+    kelf_test::Put32(header, 4, kelf_test::kShtPrgbit);
+    kelf_test::Put32(header, 20, kelf_test::kHeaderSize);  // sh_size, at offset 0
+    kelf_test::Append(bytes, header);
+  }
+  const kofd_analyze::FileLayout layout = kofd_analyze::LayoutObject(bytes.data(), bytes.size());
+  ExpectCovered(layout);
+  ASSERT_EQ(layout.vRanges.size(), 2u);
+  EXPECT_EQ(layout.vRanges[0].nOwners, 1001u);
+  EXPECT_EQ(layout.vRanges[0].vOwners.size(), kofd_analyze::kMaxOwners);
+  EXPECT_EQ(layout.OverlapCount(), 1u);
+}
+
 TEST(CliMapLayout, AnswersWithTheExitStatusOfWhatItFound) {
   TempDir dir;
   const std::string sSample = std::string(KOFD_EXAMPLES_DIR) + "/sample.o";
