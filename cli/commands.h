@@ -24,5 +24,7 @@ void RegisterExport(CLI::App& app, CommandResult& result);
 void RegisterBuild(CLI::App& app, CommandResult& result);
 void RegisterXref(CLI::App& app, CommandResult& result);
 void RegisterDiff(CLI::App& app, CommandResult& result);
+void RegisterMap(CLI::App& app, CommandResult& result);
+void RegisterLayout(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

@@ -30,6 +30,8 @@ int main(int argc, char** argv) {
   cli::RegisterBuild(app, result);
   cli::RegisterXref(app, result);
   cli::RegisterDiff(app, result);
+  cli::RegisterMap(app, result);
+  cli::RegisterLayout(app, result);
 
   try {
     app.parse(argc, argv);

@@ -70,6 +70,14 @@ void PutNumber(BYTE* pHeader, Field field, long long llValue) {
 
 }  // namespace
 
+DWORD MemberHeaderSize(const BYTE* pHeader) {
+  return static_cast<DWORD>(ParseNumber(pHeader + kSizeField.dwOffset, pHeader + kArcMemberHeaderSize));
+}
+
+DWORD MemberHeaderNameIndex(const BYTE* pHeader) {
+  return static_cast<DWORD>(ParseNumber(pHeader + kNameField.dwOffset, pHeader + kArcMemberHeaderSize));
+}
+
 C_KArcMemberHeader::C_KArcMemberHeader() { memset(m_Bytes, 0, sizeof m_Bytes); }
 
 DWORD C_KArcMemberHeader::GetSize() {

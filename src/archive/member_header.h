@@ -25,6 +25,11 @@
 
 constexpr DWORD kArcMemberHeaderSize = 60;
 
+// The Size and Name Index of the 60 header bytes at pHeader, read as GetSize and GetNameIndex
+// read them: for a reader that looks at raw bytes without building a member.
+DWORD MemberHeaderSize(const BYTE* pHeader);
+DWORD MemberHeaderNameIndex(const BYTE* pHeader);
+
 // What every member shows of its header.
 class I_KArcMemberHeader : public virtual I_Unknown {
  public:

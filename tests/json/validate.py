@@ -8,7 +8,7 @@ with '#' are skipped. ARGS are split as a shell splits words; in them @DATA@ is 
 the bundled examples, @TMP@ a directory made for this run (the cases run in order and share it),
 and \\xHH one byte, so that names which are not valid UTF-8 can be given. For each case:
   - the exit status is the one expected;
-  - after exit 0 (or exit 1 from a command that answers a question: ar find, xref, diff), standard output is exactly one JSON document,
+  - after exit 0 (or exit 1 with a document: ar find's "no", a question's "found"), standard output is exactly one JSON document,
     no byte before or after it, no key twice in an object, valid UTF-8, its first keys "schema",
     "command", "file", and it is valid against docs/schema/SCHEMA_FILE;
   - after any other failure standard output is empty and standard error says "kofd: ...";
@@ -133,8 +133,7 @@ def run_case(kofd, fields, validators, tmp_dir):
     done = subprocess.run([os.fsencode(kofd)] + args, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=120)
     if done.returncode != expected:
         return "exit %d, expected %d; stderr: %r" % (done.returncode, expected, done.stderr[:300])
-    # Exit 1 with a document is an answer ("found something", "no such symbol"): the document is
-    # checked like any other. Any other failure writes nothing on standard output.
+    # A command that answers a question writes its document with exit 1 too ("found", or ar find's "no").
     answered_no = expected == 1 and bool(done.stdout)
     if expected != 0 and not answered_no:
         if done.stdout:
