@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "analyze/xref.h"
 #include "analyzed_file.h"
@@ -23,7 +24,22 @@ struct XrefOptions {
   bool bJson = false;
 };
 
-void FinishFinding(C_JsonWriter& json) {
+// The JSON document of one listing: its opening, KEY holding one object per item (each writes
+// the object's members), the end.
+template <class Item, class Each>
+void WriteListing(const XrefOptions& options, const char* pszKey, const std::vector<Item>& items, Each each) {
+  C_JsonWriter json(stdout);
+  json.BeginDocument("xref");
+  json.Name("file", options.sPath);
+  if (!options.sSymbol.empty()) json.Name("symbol", options.sSymbol);
+  json.Key(pszKey).BeginArray();
+  for (const Item& item : items) {
+    json.BeginObject();
+    each(json, item);
+    json.EndObject();
+  }
+  json.EndArray();
+  json.EndObject();
   if (!json.Finish()) Fail("standard output cannot be written");
 }
 
@@ -32,13 +48,7 @@ int RunReferences(const XrefOptions& options, const AnalyzedFile& file) {
   const int status = references.empty() ? kExitFound : 0;
   const bool bArchive = file.kind == FileKind::kArchive;
   if (options.bJson) {
-    C_JsonWriter json(stdout);
-    json.BeginDocument("xref");
-    json.Name("file", options.sPath);
-    json.Name("symbol", options.sSymbol);
-    json.Key("references").BeginArray();
-    for (const kofd_analyze::Reference& r : references) {
-      json.BeginObject();
+    WriteListing(options, "references", references, [&](C_JsonWriter& json, const kofd_analyze::Reference& r) {
       if (bArchive) json.Name("member", r.sMember);
       json.Key("section").Number(r.dwSection);
       json.Name("section_name", r.sSection);
@@ -46,11 +56,7 @@ int RunReferences(const XrefOptions& options, const AnalyzedFile& file) {
       json.Key("offset").Number(r.dwOffset);
       if (r.bValue) json.Key("value").Number(r.dwValue);
       if (r.bText) json.Name("expression", r.sExpression);
-      json.EndObject();
-    }
-    json.EndArray();
-    json.EndObject();
-    FinishFinding(json);
+    });
     return status;
   }
   for (const kofd_analyze::Reference& r : references) {
@@ -67,23 +73,13 @@ int RunUndefined(const XrefOptions& options, const AnalyzedFile& file) {
   const int status = symbols.empty() ? 0 : kExitFound;
   const bool bArchive = file.kind == FileKind::kArchive;
   if (options.bJson) {
-    C_JsonWriter json(stdout);
-    json.BeginDocument("xref");
-    json.Name("file", options.sPath);
-    json.Key("undefined").BeginArray();
-    for (const kofd_analyze::UndefinedSymbol& s : symbols) {
-      json.BeginObject();
+    WriteListing(options, "undefined", symbols, [&](C_JsonWriter& json, const kofd_analyze::UndefinedSymbol& s) {
       json.Name("name", s.sName);
-      if (bArchive) {
-        json.Key("members").BeginArray();
-        for (const std::string& sMember : s.vMembers) json.String(sMember);
-        json.EndArray();
-      }
-      json.EndObject();
-    }
-    json.EndArray();
-    json.EndObject();
-    FinishFinding(json);
+      if (!bArchive) return;
+      json.Key("members").BeginArray();
+      for (const std::string& sMember : s.vMembers) json.String(sMember);
+      json.EndArray();
+    });
     return status;
   }
   for (const kofd_analyze::UndefinedSymbol& s : symbols) {
@@ -101,19 +97,10 @@ int RunUnreferenced(const XrefOptions& options, const AnalyzedFile& file) {
   const int status = symbols.empty() ? 0 : kExitFound;
   const bool bArchive = file.kind == FileKind::kArchive;
   if (options.bJson) {
-    C_JsonWriter json(stdout);
-    json.BeginDocument("xref");
-    json.Name("file", options.sPath);
-    json.Key("unreferenced").BeginArray();
-    for (const kofd_analyze::UnreferencedSymbol& s : symbols) {
-      json.BeginObject();
+    WriteListing(options, "unreferenced", symbols, [&](C_JsonWriter& json, const kofd_analyze::UnreferencedSymbol& s) {
       json.Name("name", s.sName);
       if (bArchive) json.Name("member", s.sMember);
-      json.EndObject();
-    }
-    json.EndArray();
-    json.EndObject();
-    FinishFinding(json);
+    });
     return status;
   }
   for (const kofd_analyze::UnreferencedSymbol& s : symbols) {
