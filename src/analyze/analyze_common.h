@@ -30,6 +30,28 @@ inline std::string NameOfSection(I_KOfdELF& document, DWORD dwIndex) {
   return document.GetSectionName(dwIndex, &pszName) == S_OK && pszName ? pszName : "";
 }
 
+// visit(table) for every section of the document whose object is of class T.
+template <class T, class Visit>
+void ForEachSectionAs(I_KOfdELF& document, Visit&& visit) {
+  const DWORD dwSections = SectionCount(document);
+  for (DWORD s = 0; s < dwSections; ++s) {
+    if (T* pTable = SectionAs<T>(document, s)) visit(*pTable);
+  }
+}
+
+// visit(name, symbol) when token dwIndex of the expression table is a SYM token that indexes a
+// symbol.
+template <class Visit>
+void VisitSymbolToken(C_KOfdExpressionTable& expressions, DWORD dwIndex, Visit& visit) {
+  const KEL_EXP* pToken = nullptr;
+  const char* pszName = nullptr;
+  ELF32_SYM* pSymbol = nullptr;
+  if (expressions.GetToken(dwIndex, &pToken, &pszName, &pSymbol) == S_OK && pToken && pToken->Type == KEL_EXP_SYM && pSymbol &&
+      pszName) {
+    visit(pszName, *pSymbol);
+  }
+}
+
 // visit(name, symbol) for every token of the run that indexes a symbol; false when the run cannot
 // be walked: no expression table, an index past its end, a run longer than kMaxExpressionRun.
 template <class Visit>
@@ -39,17 +61,9 @@ bool ForEachRunSymbol(C_KOfdRelxebTable& table, const KEL_RELXEB& record, Visit&
   I_KOfdExpressionTable* pInterface = nullptr;
   table.GetExpressionTable(&pInterface);
   C_KOfdExpressionTable* pExpressions = dynamic_cast<C_KOfdExpressionTable*>(pInterface);
-  if (!pExpressions) return false;
-  const DWORD dwCount = pExpressions->GetCount();
-  if (record.exp_end >= dwCount) return false;
+  if (!pExpressions || record.exp_end >= pExpressions->GetCount()) return false;
   for (DWORD i = record.exp_start;; ++i) {
-    const KEL_EXP* pToken = nullptr;
-    const char* pszName = nullptr;
-    ELF32_SYM* pSymbol = nullptr;
-    if (pExpressions->GetToken(i, &pToken, &pszName, &pSymbol) == S_OK && pToken && pToken->Type == KEL_EXP_SYM &&
-        pSymbol && pszName) {
-      visit(pszName, *pSymbol);
-    }
+    VisitSymbolToken(*pExpressions, i, visit);
     if (i == record.exp_end) return true;
   }
 }
@@ -58,37 +72,23 @@ bool ForEachRunSymbol(C_KOfdRelxebTable& table, const KEL_RELXEB& record, Visit&
 // indexes a symbol.
 template <class Visit>
 void ForEachSymbolToken(I_KOfdELF& document, Visit&& visit) {
-  const DWORD dwSections = SectionCount(document);
-  for (DWORD s = 0; s < dwSections; ++s) {
-    C_KOfdExpressionTable* pExpressions = SectionAs<C_KOfdExpressionTable>(document, s);
-    if (!pExpressions) continue;
-    const DWORD dwCount = pExpressions->GetCount();
-    for (DWORD i = 0; i < dwCount; ++i) {
-      const KEL_EXP* pToken = nullptr;
-      const char* pszName = nullptr;
-      ELF32_SYM* pSymbol = nullptr;
-      if (pExpressions->GetToken(i, &pToken, &pszName, &pSymbol) == S_OK && pToken && pToken->Type == KEL_EXP_SYM &&
-          pSymbol && pszName) {
-        visit(pszName, *pSymbol);
-      }
-    }
-  }
+  ForEachSectionAs<C_KOfdExpressionTable>(document, [&](C_KOfdExpressionTable& expressions) {
+    const DWORD dwCount = expressions.GetCount();
+    for (DWORD i = 0; i < dwCount; ++i) VisitSymbolToken(expressions, i, visit);
+  });
 }
 
 // visit(index, name, symbol) for every symbol of every symbol table of the document.
 template <class Visit>
 void ForEachSymbol(I_KOfdELF& document, Visit&& visit) {
-  const DWORD dwSections = SectionCount(document);
-  for (DWORD s = 0; s < dwSections; ++s) {
-    C_KOfdSymbolTable* pSymbols = SectionAs<C_KOfdSymbolTable>(document, s);
-    if (!pSymbols) continue;
-    const DWORD dwCount = pSymbols->GetCount();
+  ForEachSectionAs<C_KOfdSymbolTable>(document, [&](C_KOfdSymbolTable& symbols) {
+    const DWORD dwCount = symbols.GetCount();
     for (DWORD i = 0; i < dwCount; ++i) {
       const char* pszName = nullptr;
       ELF32_SYM* pSymbol = nullptr;
-      if (pSymbols->GetSymbolAt(i, &pszName, &pSymbol) == S_OK && pSymbol) visit(i, pszName ? pszName : "", *pSymbol);
+      if (symbols.GetSymbolAt(i, &pszName, &pSymbol) == S_OK && pSymbol) visit(i, pszName ? pszName : "", *pSymbol);
     }
-  }
+  });
 }
 
 }  // namespace kofd_analyze
