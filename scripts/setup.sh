@@ -32,6 +32,7 @@ need binutils has readelf
 need llvm has llvm-ar
 need hyperfine has hyperfine
 need python3-jsonschema python3 -c 'import jsonschema'
+need pkgconf has pkg-config
 fi
 
 if ((${#packages[@]})); then
