@@ -38,7 +38,8 @@ run("${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}")
 # The layout: the tool, the library with its SONAME link, a public include tree, the package files.
 foreach(path bin/kofd lib/libkofd.so lib/libkofd.so.3 include/kofd/object/kofd_elf.h
              include/kofd/frame/exception.h lib/cmake/kofd/kofdConfig.cmake
-             lib/cmake/kofd/kofdConfigVersion.cmake lib/cmake/kofd/kofdTargets.cmake lib/pkgconfig/kofd.pc)
+             lib/cmake/kofd/kofdConfigVersion.cmake lib/cmake/kofd/kofdTargets.cmake lib/pkgconfig/kofd.pc
+             share/man/man1/kofd.1 share/bash-completion/completions/kofd)
   if(NOT EXISTS "${prefix}/${path}")
     message(FATAL_ERROR "install_and_embed: ${path} is not installed")
   endif()
@@ -46,6 +47,15 @@ endforeach()
 file(GLOB_RECURSE cpp_files "${prefix}/include/*.cpp")
 if(cpp_files)
   message(FATAL_ERROR "install_and_embed: sources installed among the headers: ${cpp_files}")
+endif()
+
+file(READ "${prefix}/share/man/man1/kofd.1" page)
+if(NOT page MATCHES "\n\\.SS \"kofd ar list\"\n")
+  message(FATAL_ERROR "install_and_embed: the man page has no section for kofd ar list")
+endif()
+find_program(BASH bash)
+if(BASH)
+  run("${BASH}" -n "${prefix}/share/bash-completion/completions/kofd")
 endif()
 
 # The installed tool finds the installed library through its RPATH alone.
