@@ -1,10 +1,11 @@
 # install_and_embed: installs the build to a prefix inside the build tree, then builds
 # examples/embed against that prefix only -- once through find_package(kofd), once through
 # pkg-config when there is one -- and runs both on examples/sample.o.
-#   cmake -DBUILD_DIR=... -DSOURCE_DIR=... -DWORK_DIR=... -DCXX=... -DGENERATOR=... [-DPKG_CONFIG=...]
+#   cmake -DBUILD_DIR=... -DSOURCE_DIR=... -DWORK_DIR=... -DCXX=... -DGENERATOR=... -DLIBDIR=lib
+#         [-DPKG_CONFIG=...]
 #         -P install_and_embed.cmake
 cmake_minimum_required(VERSION 3.25)
-foreach(variable BUILD_DIR SOURCE_DIR WORK_DIR CXX GENERATOR)
+foreach(variable BUILD_DIR SOURCE_DIR WORK_DIR CXX GENERATOR LIBDIR)
   if(NOT ${variable})
     message(FATAL_ERROR "install_and_embed: ${variable} is not set")
   endif()
@@ -36,9 +37,10 @@ file(MAKE_DIRECTORY "${WORK_DIR}")
 run("${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}")
 
 # The layout: the tool, the library with its SONAME link, a public include tree, the package files.
-foreach(path bin/kofd lib/libkofd.so lib/libkofd.so.3 include/kofd/object/kofd_elf.h
-             include/kofd/frame/exception.h lib/cmake/kofd/kofdConfig.cmake
-             lib/cmake/kofd/kofdConfigVersion.cmake lib/cmake/kofd/kofdTargets.cmake lib/pkgconfig/kofd.pc
+foreach(path bin/kofd ${LIBDIR}/libkofd.so ${LIBDIR}/libkofd.so.3 include/kofd/object/kofd_elf.h
+             include/kofd/frame/exception.h ${LIBDIR}/cmake/kofd/kofdConfig.cmake
+             ${LIBDIR}/cmake/kofd/kofdConfigVersion.cmake ${LIBDIR}/cmake/kofd/kofdTargets.cmake
+             ${LIBDIR}/pkgconfig/kofd.pc
              share/man/man1/kofd.1 share/bash-completion/completions/kofd)
   if(NOT EXISTS "${prefix}/${path}")
     message(FATAL_ERROR "install_and_embed: ${path} is not installed")
@@ -69,6 +71,15 @@ run("${CMAKE_COMMAND}" --build "${WORK_DIR}/embed-cmake")
 run("${WORK_DIR}/embed-cmake/embed" "${sample}")
 check_output("find_package build" "${run_output}")
 
+# Another major version is refused: the SONAME changes with it.
+file(WRITE "${WORK_DIR}/major/CMakeLists.txt"
+     "cmake_minimum_required(VERSION 3.16)\nproject(major LANGUAGES NONE)\nfind_package(kofd 4 CONFIG REQUIRED)\n")
+execute_process(COMMAND "${CMAKE_COMMAND}" -S "${WORK_DIR}/major" -B "${WORK_DIR}/major/build" -G "${GENERATOR}"
+                "-DCMAKE_PREFIX_PATH=${prefix}" RESULT_VARIABLE result OUTPUT_QUIET ERROR_VARIABLE err)
+if(result EQUAL 0 OR NOT err MATCHES "3\\.0\\.1")
+  message(FATAL_ERROR "install_and_embed: find_package(kofd 4) was not refused by version 3.0.1:\n${err}")
+endif()
+
 # A damaged object: a message and exit 2, no uncaught exception.
 execute_process(COMMAND "${WORK_DIR}/embed-cmake/embed" "${SOURCE_DIR}/examples/sample_cut.o"
                 RESULT_VARIABLE result OUTPUT_QUIET ERROR_VARIABLE err)
@@ -78,13 +89,13 @@ endif()
 
 # pkg-config: kofd.pc found through PKG_CONFIG_PATH only.
 if(PKG_CONFIG)
-  set(ENV{PKG_CONFIG_PATH} "${prefix}/lib/pkgconfig")
-  set(ENV{PKG_CONFIG_LIBDIR} "${prefix}/lib/pkgconfig")
+  set(ENV{PKG_CONFIG_PATH} "${prefix}/${LIBDIR}/pkgconfig")
+  set(ENV{PKG_CONFIG_LIBDIR} "${prefix}/${LIBDIR}/pkgconfig")
   run("${PKG_CONFIG}" --cflags --libs kofd)
   separate_arguments(flags UNIX_COMMAND "${run_output}")
   file(MAKE_DIRECTORY "${WORK_DIR}/embed-pkgconfig")
   run("${CXX}" -std=c++17 "${SOURCE_DIR}/examples/embed/embed.cpp" ${flags} -o "${WORK_DIR}/embed-pkgconfig/embed")
-  set(ENV{LD_LIBRARY_PATH} "${prefix}/lib")
+  set(ENV{LD_LIBRARY_PATH} "${prefix}/${LIBDIR}")
   run("${WORK_DIR}/embed-pkgconfig/embed" "${sample}")
   check_output("pkg-config build" "${run_output}")
   message(STATUS "install_and_embed: find_package and pkg-config builds work")
