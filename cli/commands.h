@@ -26,5 +26,6 @@ void RegisterXref(CLI::App& app, CommandResult& result);
 void RegisterDiff(CLI::App& app, CommandResult& result);
 void RegisterMap(CLI::App& app, CommandResult& result);
 void RegisterLayout(CLI::App& app, CommandResult& result);
+void RegisterSymbols(CLI::App& app, CommandResult& result);
 
 }  // namespace cli

@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
   cli::RegisterDiff(app, result);
   cli::RegisterMap(app, result);
   cli::RegisterLayout(app, result);
+  cli::RegisterSymbols(app, result);
 
   try {
     app.parse(argc, argv);

@@ -1,0 +1,98 @@
+// kofd symbols FILE: every symbol of an object, or of every member of an archive, as nm lists
+// them: value, size, class letter and name; --defined / --undefined keep one kind.
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "analyze/symbols.h"
+#include "analyzed_file.h"
+#include "commands.h"
+#include "escape.h"
+#include "json_result.h"
+#include "present/names.h"
+#include "report.h"
+
+namespace cli {
+namespace {
+
+struct SymbolsOptions {
+  std::string sPath;
+  bool bDefined = false;
+  bool bUndefined = false;
+  bool bJson = false;
+};
+
+void WriteSymbolsJson(const SymbolsOptions& options, bool bArchive, const std::vector<kofd_analyze::ListedSymbol>& symbols) {
+  C_JsonWriter json(stdout);
+  json.BeginDocument("symbols");
+  json.Name("file", options.sPath);
+  json.Key("symbols").BeginArray();
+  for (const kofd_analyze::ListedSymbol& s : symbols) {
+    json.BeginObject();
+    if (bArchive) json.Name("member", s.sMember);
+    json.Key("index").Number(s.dwIndex);
+    json.Name("name", s.sName);
+    json.Key("value").Number(s.dwValue);
+    json.Key("size").Number(s.dwSize);
+    json.Key("bind").Named(s.bInfo >> 4, SymbolBindName(s.bInfo));
+    json.Key("type").Named(s.bInfo & 0xF, SymbolTypeName(s.bInfo));
+    json.Key("section").Number(s.wSection);
+    json.Key("letter").String(std::string(1, s.cLetter));
+    json.EndObject();
+  }
+  json.EndArray();
+  json.EndObject();
+  if (!json.Finish()) Fail("standard output cannot be written");
+}
+
+// One line a symbol; every column but the last has a fixed width and a space after it, and the
+// name is escaped, so columns never run together.
+void PrintSymbols(bool bArchive, const AnalyzedFile& file, const std::vector<kofd_analyze::ListedSymbol>& symbols) {
+  std::size_t next = 0;
+  for (std::size_t o = 0; o < file.objects.size(); ++o) {
+    // Every member is headed, also one with nothing to list, as nm heads them.
+    if (bArchive) printf("\n%s:\n", EscapeText(file.objects[o].sMember).c_str());
+    for (; next < symbols.size() && symbols[next].object == o; ++next) {
+      const kofd_analyze::ListedSymbol& s = symbols[next];
+      printf("0x%08x 0x%08x %c %s\n", static_cast<unsigned>(s.dwValue), static_cast<unsigned>(s.dwSize), s.cLetter,
+             EscapeText(s.sName).c_str());
+    }
+  }
+}
+
+int RunSymbols(const SymbolsOptions& options) {
+  if (options.bDefined && options.bUndefined) {
+    fprintf(stderr, "kofd symbols: give at most one of --defined and --undefined\n");
+    return kExitUsage;
+  }
+  return RunReporting(options.sPath, [&] {
+    AnalyzedFile file;
+    OpenForAnalysis(options.sPath, file, false);  // the listing reads documents only
+    const kofd_analyze::SymbolFilter filter = options.bDefined     ? kofd_analyze::SymbolFilter::kDefined
+                                              : options.bUndefined ? kofd_analyze::SymbolFilter::kUndefined
+                                                                   : kofd_analyze::SymbolFilter::kAll;
+    const std::vector<kofd_analyze::ListedSymbol> symbols = kofd_analyze::ListSymbols(file.objects, filter);
+    const bool bArchive = file.kind == FileKind::kArchive;
+    if (options.bJson) WriteSymbolsJson(options, bArchive, symbols);
+    else PrintSymbols(bArchive, file, symbols);
+    return 0;
+  });
+}
+
+}  // namespace
+
+void RegisterSymbols(CLI::App& app, CommandResult& result) {
+  CLI::App* command = app.add_subcommand(
+      "symbols",
+      "List the symbols of an object or of every member of an archive, as nm does: value, size, class letter "
+      "(U A C T D R N, lowercase when local, W/w weak) and name");
+  auto options = std::make_shared<SymbolsOptions>();
+  command->add_option("FILE", options->sPath, "The KELF object or archive")->required();
+  command->add_flag("--defined", options->bDefined, "List only the defined symbols");
+  command->add_flag("--undefined", options->bUndefined, "List only the undefined symbols (section 0 or 0xFFFF)");
+  command->add_flag("--json", options->bJson, JsonHelp("symbols"));
+  command->callback([options, &result] { result.status = RunSymbols(*options); });
+}
+
+}  // namespace cli
