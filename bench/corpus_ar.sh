@@ -16,11 +16,7 @@ here=$(dirname "$0")
 # shellcheck source=bench/corpus_lib.sh
 . "$here/corpus_lib.sh"
 
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-make_kelf_corpus "$make_corpus" "$work" "$limit"
-status=$?
-[ $status -eq 0 ] || exit $status
+begin_kelf_corpus "$make_corpus" "$limit"
 
 failures=0
 exec 3>&1

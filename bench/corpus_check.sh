@@ -11,17 +11,9 @@ set -uo pipefail
 kofd=${1:-build/default/cli/kofd}
 make_corpus=${2:-build/default/bench/kofd_make_corpus}
 limit=${3:-0}
-archive=/usr/lib/x86_64-linux-gnu/libc.a
-[ -r "$archive" ] || { echo "no $archive: skipped"; exit 77; }
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-mkdir "$work/elf" "$work/kelf"
-(cd "$work/elf" && ar x "$archive")
-inputs=$(ls "$work/elf"/*.o | sort)
-[ "$limit" -gt 0 ] && inputs=$(echo "$inputs" | awk -v n="$limit" 'NR % int(2070 / n + 1) == 1' | head -n "$limit")
-# shellcheck disable=SC2086
-"$make_corpus" "$work/kelf" $inputs >/dev/null || exit 1
+# shellcheck source=corpus_lib.sh
+. "$(dirname "$0")/corpus_lib.sh"
+begin_kelf_corpus "$make_corpus" "$limit"
 printf 'PATCHED!' >"$work/eight.bin"
 printf '0123456789abcdef' >"$work/sixteen.bin"
 

@@ -13,9 +13,7 @@ make_corpus=${2:-build/default/bench/kofd_make_corpus}
 limit=${3:-0}
 # shellcheck source=corpus_lib.sh
 . "$here/corpus_lib.sh"
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-make_kelf_corpus "$make_corpus" "$work" "$limit" || exit $?
+begin_kelf_corpus "$make_corpus" "$limit"
 
 python3 - "$kofd" "$work" <<'PY'
 import os, re, subprocess, sys

@@ -18,11 +18,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 # shellcheck source=bench/corpus_lib.sh
 . "$here/corpus_lib.sh"
 
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-make_kelf_corpus "$make_corpus" "$work" "$limit"
-status=$?
-[ "$status" -eq 0 ] || exit "$status"
+begin_kelf_corpus "$make_corpus" "$limit"
 mkdir -p "$work/json" "$work/damaged"
 
 failures=0

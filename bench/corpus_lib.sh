@@ -5,6 +5,9 @@
 #   make_kelf_corpus MAKE_CORPUS WORK [LIMIT]
 #       WORK/elf: the members; WORK/kelf/NAME.kelf: the converted objects, every one or LIMIT of
 #       them spread evenly over the archive. Returns 77 (skipped) when libc.a is absent.
+#   begin_kelf_corpus MAKE_CORPUS [LIMIT]
+#       For a corpus script: sets $work to a temporary directory removed at exit, makes the
+#       corpus there, and ends the script with 77 (skipped) or 1 when it cannot be made.
 corpus_archive=/usr/lib/x86_64-linux-gnu/libc.a
 
 make_kelf_corpus() {
@@ -16,4 +19,14 @@ make_kelf_corpus() {
   [ "$limit" -gt 0 ] && inputs=$(echo "$inputs" | awk -v n="$limit" 'NR % int(2070 / n + 1) == 1' | head -n "$limit")
   # shellcheck disable=SC2086
   "$make_corpus" "$work/kelf" $inputs >/dev/null
+}
+
+begin_kelf_corpus() {
+  local status
+  work=$(mktemp -d)
+  trap 'rm -rf "$work"' EXIT
+  make_kelf_corpus "$1" "$work" "${2:-0}"
+  status=$?
+  [ "$status" -eq 77 ] && exit 77
+  [ "$status" -eq 0 ] || { echo "the corpus could not be made"; exit 1; }
 }

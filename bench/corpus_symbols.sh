@@ -20,12 +20,7 @@ make_corpus=${2:-build/ci/bench/kofd_make_corpus}
 limit=${3:-100}
 command -v nm >/dev/null || { echo "no nm: skipped"; exit 77; }
 
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-make_kelf_corpus "$make_corpus" "$work" "$limit"
-status=$?
-[ $status -eq 77 ] && exit 77
-[ $status -eq 0 ] || { echo "the corpus could not be made"; exit 1; }
+begin_kelf_corpus "$make_corpus" "$limit"
 failures=0
 fail() { echo "FAIL $*"; failures=$((failures + 1)); }
 
