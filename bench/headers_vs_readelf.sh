@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Compares the header listings of kofd with readelf's on a KELF object of N symbols (about 39 MB
+# by default) and its standard ELF32 twin: `kofd dump --section-headers` with `readelf -SW`,
+# `kofd dump --file-header` with `readelf -hW`, `kofd info` with `readelf -hSW`. A listing takes a
+# millisecond or two, so each measurement times a batch of BATCH runs; the figure is the median
+# over RUNS batches, the two commands of a pair taking turns. Everything writes to /dev/null.
+#
+# Usage: bench/headers_vs_readelf.sh [N] [RUNS] [BATCH]   (defaults: 1060000 symbols, 7, 20)
+# PRESET=default uses build/default instead of build/ci.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+symbols=${1:-1060000}
+runs=${2:-7}
+batch=${3:-20}
+preset=${PRESET:-ci}
+
+cmake --preset "$preset" >/dev/null
+cmake --build "build/$preset" -j2 --target kofd_cli kofd_make_symbol_objects >/dev/null
+kofd="build/$preset/cli/kofd"
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+"build/$preset/bench/kofd_make_symbol_objects" "$symbols" "$work/symbols.o" "$work/symbols32.o"
+
+# Milliseconds per run of one batch of the command.
+batch_ms() {
+  local start end
+  start=$(date +%s%N)
+  for _ in $(seq "$batch"); do "$@" >/dev/null; done
+  end=$(date +%s%N)
+  awk -v s="$start" -v e="$end" -v n="$batch" 'BEGIN { printf "%.3f\n", (e - s) / 1e6 / n }'
+}
+median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+
+echo "$symbols symbols, $(stat -c %s "$work/symbols.o") bytes (KELF), $(stat -c %s "$work/symbols32.o") bytes (ELF32)"
+echo "load average: $(cut -d' ' -f1-3 /proc/loadavg)"
+printf '%-34s %-18s %10s %12s %7s\n' "kofd" "readelf" "kofd ms" "readelf ms" "ratio"
+compare() {
+  local name=$1 flags=$2
+  shift 2
+  : >"$work/a"
+  : >"$work/b"
+  for _ in $(seq "$runs"); do
+    batch_ms "$kofd" "$@" >>"$work/a"
+    batch_ms readelf "$flags" "$work/symbols32.o" >>"$work/b"
+  done
+  local a b
+  a=$(median <"$work/a")
+  b=$(median <"$work/b")
+  printf '%-34s %-18s %10s %12s %7s\n' "$name" "readelf $flags" "$a" "$b" "$(awk -v a="$a" -v b="$b" 'BEGIN { printf "%.2f", a / b }')"
+}
+compare "dump --section-headers" -SW dump "$work/symbols.o" --section-headers
+compare "dump --file-header" -hW dump "$work/symbols.o" --file-header
+compare "info" -hSW info "$work/symbols.o"
+compare "dump --json --section-headers" -SW dump --json "$work/symbols.o" --section-headers
+echo "load average: $(cut -d' ' -f1-3 /proc/loadavg)"
