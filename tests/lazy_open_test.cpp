@@ -9,6 +9,7 @@
 #include "kelf_writer.h"
 #include "object/kofd_elf.h"
 #include "sections/symbol_table.h"
+#include "typical_object.h"
 
 namespace {
 
@@ -16,20 +17,10 @@ using kelf_test::Bytes;
 using kelf_test::MakeSection;
 using kelf_test::ObjectBuilder;
 
-// 1 .text (contents past the end of the file), 2 .symtab (names in 3, Info 1: its first global),
-// 3 .symstrtab, 4 .line (for 1), 5 .shstrtab.
+// TypicalObject with the contents of 1 .text past the end of the file; 4 .line names it in Info,
+// 2 .symtab's Info is its first global.
 ObjectBuilder ObjectWithDamagedText() {
-  kelf_test::StringTable names = kelf_test::StringTable::WithNul();
-  const std::uint32_t main = names.Add("main");
-  ObjectBuilder builder;
-  builder.AddSection(MakeSection(".text", kelf_test::kShtPrgbit, kelf_test::Words({0x11111111, 0x22222222})));
-  builder.AddSection(MakeSection(".symtab", kelf_test::kShtSymtab,
-                                 kelf_test::Join({kelf_test::Sym(0, 0, 0, 0, 0, 0, 0),
-                                                  kelf_test::Sym(main, 4, 8, kelf_test::kStbGlobal,
-                                                                 kelf_test::kSttFunction, 0, 1)}),
-                                 3, 1));
-  builder.AddSection(MakeSection(".symstrtab", kelf_test::kShtStrtab, names.Data()));
-  builder.AddSection(MakeSection(".line", kelf_test::kShtLine, kelf_test::Line(4, 12), 0, 1));
+  ObjectBuilder builder = TypicalObject();
   builder.SectionAt(1).offset = 0xFFFFFFF0u;
   return builder;
 }
