@@ -6,7 +6,7 @@
 # over RUNS batches, the two commands of a pair taking turns. Everything writes to /dev/null.
 #
 # Usage: bench/headers_vs_readelf.sh [N] [RUNS] [BATCH]   (defaults: 1060000 symbols, 7, 20)
-# PRESET=default uses build/default instead of build/ci.
+# PRESET=default uses build/default instead of build/ci; KOFD=PATH times another build of the tool.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 symbols=${1:-1060000}
@@ -16,7 +16,7 @@ preset=${PRESET:-ci}
 
 cmake --preset "$preset" >/dev/null
 cmake --build "build/$preset" -j2 --target kofd_cli kofd_make_symbol_objects >/dev/null
-kofd="build/$preset/cli/kofd"
+kofd=${KOFD:-build/$preset/cli/kofd}
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
