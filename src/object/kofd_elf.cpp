@@ -44,20 +44,16 @@ HRESULT C_KOfdELF::GetSectionHeader(I_KElfSectionHeader** ppTable) { return Hand
 HRESULT C_KOfdELF::GetSymbolTable(I_KOfdSymbolTable** ppTable) {
   if (!ppTable) return E_POINTER;
   *ppTable = nullptr;
-  if (m_pSymbolTable) {
-    const HRESULT hr = Z_ReadOnDemand(m_dwSymbolIndex);
-    if (hr < 0) return hr;
-  }
+  const HRESULT hr = Z_ReadKept(m_pSymbolTable, m_dwSymbolIndex);
+  if (hr < 0) return hr;
   return HandOut(dynamic_cast<I_KOfdSymbolTable*>(m_pSymbolTable), ppTable);
 }
 
 HRESULT C_KOfdELF::GetExpressionTable(I_KOfdExpressionTable** ppTable) {
   if (!ppTable) return E_POINTER;
   *ppTable = nullptr;
-  if (m_pExpressionTable) {
-    const HRESULT hr = Z_ReadOnDemand(m_dwExpressionIndex);
-    if (hr < 0) return hr;
-  }
+  const HRESULT hr = Z_ReadKept(m_pExpressionTable, m_dwExpressionIndex);
+  if (hr < 0) return hr;
   return HandOut(AsExpressionTable(m_pExpressionTable), ppTable);
 }
 
@@ -68,13 +64,22 @@ I_KOfdSymbolReferences* C_KOfdELF::GetSymbolReferences() {
 I_KOfdSection* C_KOfdELF::GetProgramTable() { return Z_Kept(m_pProgramTable, m_dwProgramIndex); }
 
 I_KOfdSection* C_KOfdELF::Z_Kept(I_KOfdSection* pTable, DWORD dwIndex) {
-  return pTable && Z_ReadOnDemand(dwIndex) >= 0 ? pTable : nullptr;
+  return pTable && Z_ReadKept(pTable, dwIndex) >= 0 ? pTable : nullptr;
+}
+
+HRESULT C_KOfdELF::Z_ReadKept(I_KOfdSection* pTable, DWORD dwIndex) {
+  // A table built by CreateSectionForType outside the open is no section of the document.
+  if (!pTable || dwIndex >= Z_SectionCount() || m_vSections[dwIndex] != pTable) return S_OK;
+  return Z_ReadOnDemand(dwIndex);
 }
 
 DWORD C_KOfdELF::CountSymbols() {
   auto* pTable = dynamic_cast<C_KOfdSymbolTable*>(m_pSymbolTable);
   if (!pTable) return 0;
-  if (m_vSectionWords[m_dwSymbolIndex] & kSectionRead) return pTable->GetCount();
+  if (m_dwSymbolIndex >= Z_SectionCount() || m_vSections[m_dwSymbolIndex] != m_pSymbolTable ||
+      (m_vSectionWords[m_dwSymbolIndex] & kSectionRead)) {
+    return pTable->GetCount();
+  }
   // What C_KOfdSectionTable::ReadRecords would hold.
   const DWORD dwSize = m_SectionHeader.Record(m_dwSymbolIndex)->sh_size;
   return dwSize % sizeof(ELF32_SYM) == 0 ? dwSize / static_cast<DWORD>(sizeof(ELF32_SYM)) : 0;
@@ -253,23 +258,25 @@ HRESULT C_KOfdELF::Z_ReadOnDemand(DWORD dwIndex) {
   // What the section's Link and Info fields name, and what theirs name: a section reaches
   // those (its strings, symbols, expressions, program data) without asking the document. A
   // symbol table's Info counts its local symbols and names no section.
-  std::vector<DWORD> vNamed(1, dwIndex);
-  std::unordered_set<DWORD> seen(vNamed.begin(), vNamed.end());
-  for (std::size_t n = 0; n < vNamed.size(); ++n) {
-    const KEL_SHDR& header = *m_SectionHeader.Record(vNamed[n]);
-    const DWORD dwInfo = header.sh_type == SHT_KEL_SYMTAB ? 0 : header.sh_info;
-    for (DWORD dwNamed : {header.sh_link, dwInfo}) {
-      if (Z_Named(dwNamed, vNamed[n]) && seen.insert(dwNamed).second) vNamed.push_back(dwNamed);
-    }
-  }
-  std::sort(vNamed.begin(), vNamed.end());
   try {
-    return Z_OnDisk(
-        [&] {
-          for (DWORD i : vNamed) Z_ReadWithLinks(i);
-          return S_OK;
-        },
-        Budget::kRest);
+    return GuardAllocation(*this, [&] {
+      std::vector<DWORD> vNamed(1, dwIndex);
+      std::unordered_set<DWORD> seen(vNamed.begin(), vNamed.end());
+      for (std::size_t n = 0; n < vNamed.size(); ++n) {
+        const KEL_SHDR& header = *m_SectionHeader.Record(vNamed[n]);
+        const DWORD dwInfo = header.sh_type == SHT_KEL_SYMTAB ? 0 : header.sh_info;
+        for (DWORD dwNamed : {header.sh_link, dwInfo}) {
+          if (Z_Named(dwNamed, vNamed[n]) && seen.insert(dwNamed).second) vNamed.push_back(dwNamed);
+        }
+      }
+      std::sort(vNamed.begin(), vNamed.end());
+      return Z_OnDisk(
+          [&] {
+            for (DWORD i : vNamed) Z_ReadWithLinks(i);
+            return S_OK;
+          },
+          Budget::kRest);
+    });
   } catch (const C_Exception& error) {
     SetCodeAndMessage(error.Code(), error.Message().c_str());
     return error.Code() < 0 ? error.Code() : E_FAIL;

@@ -200,6 +200,8 @@ class C_KOfdELF : public virtual I_KOfdELF, public virtual I_KOfdSectionHost, pu
   HRESULT Z_ReadOnDemand(DWORD dwIndex);
   // A kept table (program data, symbols, expressions) once read on demand; null on failure.
   I_KOfdSection* Z_Kept(I_KOfdSection* pTable, DWORD dwIndex);
+  // Z_ReadOnDemand of a kept table, when it is section dwIndex of the document.
+  HRESULT Z_ReadKept(I_KOfdSection* pTable, DWORD dwIndex);
   void Z_Link();
   // The section at a Link or Info index, or null for 0, an index out of range, or dwSelf.
   I_KOfdSection* Z_Named(DWORD dwIndex, DWORD dwSelf) const;
