@@ -89,7 +89,7 @@ void CheckSelected(HRESULT hr, I_Unknown* pPart, const std::string& sWhat) {
   if (hr < 0) Fail(sWhat, hr);
 }
 
-void DumpSelection(I_KOfdELF& document, const Selection& selection) {
+void DumpSelection(C_KOfdELF& document, const Selection& selection) {
   I_KElfHeader* pHeader = nullptr;
   I_KElfProgramHeader* pPrograms = nullptr;
   I_KElfSectionHeader* pSections = nullptr;
@@ -164,7 +164,8 @@ int RunDump(const std::string& sPath, const std::vector<Selection>& selections) 
     std::unique_ptr<C_KOfdELF4> object;
     std::unique_ptr<C_KOfdArchive> archive;
     if (kind == FileKind::kObject) {
-      object = OpenObject(sPath);
+      // Selectors read only what they show.
+      object = selections.empty() ? OpenObject(sPath) : OpenObjectHeaders(sPath);
     } else if (kind == FileKind::kArchive) {
       archive = std::make_unique<C_KOfdArchive>();
       OpenArchive(*archive, sPath);
@@ -194,7 +195,7 @@ int RunDump(const std::string& sPath, const std::vector<Selection>& selections) 
 // ---- JSON ----------------------------------------------------------------------------------
 
 // What a JSON dump shows of an object: its selectors, or everything.
-ObjectJsonParts ObjectParts(I_KOfdELF& document, const std::vector<Selection>& selections, bool bContents) {
+ObjectJsonParts ObjectParts(C_KOfdELF& document, const std::vector<Selection>& selections, bool bContents) {
   ObjectJsonParts parts;
   parts.bContents = bContents;
   if (!AnySelection(selections, IsObjectSelector)) return parts;
@@ -294,7 +295,7 @@ int RunDumpJson(const std::string& sPath, const std::vector<Selection>& selectio
     if (bLines && (kind != FileKind::kObject || bRaw || bArchive)) Fail("--json-lines lists the items of an object; this is no object (use --json)", E_INVALIDARG);
     if (bObject) {
       if (kind != FileKind::kObject) ThrowLibraryError(false, KE_NOT_OBJECT_FILE, sPath.c_str());
-      object = OpenObject(sPath);
+      object = bWhole ? OpenObject(sPath) : OpenObjectHeaders(sPath);
     }
     if (bArchive) {
       if (kind != FileKind::kArchive) ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, sPath.c_str());

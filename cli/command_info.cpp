@@ -39,12 +39,13 @@ struct ObjectSummary {
 };
 
 // False when the factory built no object (an archive).
+// Only the headers and the section names are read: the symbol count is what the table holds
+// once read.
 bool ReadObjectSummary(I_Unknown* pDocument, const std::string& sPath, ObjectSummary* pSummary) {
-  I_KOfdELF* pElf = dynamic_cast<I_KOfdELF*>(pDocument);
-  I_File* pFile = dynamic_cast<I_File*>(pDocument);
-  if (!pElf || !pFile) return false;
-  pFile->AttachPath(sPath.c_str(), 0);
-  ThrowIfFailed(pElf->Read(), pDocument);
+  C_KOfdELF* pElf = dynamic_cast<C_KOfdELF*>(pDocument);
+  if (!pElf) return false;
+  pElf->AttachPath(sPath.c_str(), 0);
+  ThrowIfFailed(pElf->ReadHeaders(), pDocument);
   I_KElfHeader* pHeader = nullptr;
   KEL_EHDR* pRecord = nullptr;
   if (pElf->GetFileHeader(&pHeader) == S_OK && pHeader->GetRecord(&pRecord) == S_OK && pRecord) {
@@ -62,8 +63,7 @@ bool ReadObjectSummary(I_Unknown* pDocument, const std::string& sPath, ObjectSum
     if (pElf->GetSectionName(i, &pszName) != S_OK || !pszName) pszName = "";
     pSummary->vSections.push_back({i, pszName, pSection->sh_type, pSection->sh_size});
   }
-  I_KOfdSymbolTable* pSymbols = nullptr;
-  if (pElf->GetSymbolTable(&pSymbols) == S_OK && pSymbols) pSymbols->GetSymbolCount(&pSummary->dwSymbols);
+  pSummary->dwSymbols = pElf->CountSymbols();
   return true;
 }
 

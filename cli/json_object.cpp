@@ -346,15 +346,21 @@ void WriteObjectJson(C_JsonWriter& json, I_KOfdELF& document, const C_ByteView& 
     EndList(json);
   }
   // The symbols and relocations of the sections shown whole.
+  // Sections not shown whole are not asked for: a document opened on its headers reads them then.
+  const bool bSymbolsShown = parts.bAll || std::any_of(parts.vSections.begin(), parts.vSections.end(), [&](DWORD i) {
+    KEL_SHDR* p = nullptr;
+    return pSections->GetAt(i, &p) == S_OK && p && p->sh_type == SHT_KEL_SYMTAB;
+  });
   I_KOfdSymbolTable* pSymbols = nullptr;
-  document.GetSymbolTable(&pSymbols);
+  if (bSymbolsShown) document.GetSymbolTable(&pSymbols);
   auto* pSymbolTable = dynamic_cast<C_KOfdSymbolTable*>(pSymbols);
   if (parts.bAll || (pSymbolTable && shownWhole(pSymbolTable->GetKeyIndex()))) WriteSymbols(json, document);
   std::vector<DWORD> vRelocations;
   for (DWORD i = 0; i < dwCount; ++i) {
+    if (!shownWhole(i)) continue;
     I_KOfdSection* pSection = nullptr;
     document.GetSection(i, &pSection);
-    if (dynamic_cast<C_KOfdRelxebTable*>(pSection) && shownWhole(i)) vRelocations.push_back(i);
+    if (dynamic_cast<C_KOfdRelxebTable*>(pSection)) vRelocations.push_back(i);
   }
   if (parts.bAll || !vRelocations.empty()) {
     BeginList(json, "relocations");

@@ -20,27 +20,37 @@ void OpenArchive(C_KOfdArchive& archive, const std::string& sPath) {
   ThrowIfFailed(archive.Open(), &archive);
 }
 
-std::unique_ptr<C_KOfdELF4> OpenObject(const std::string& sPath) {
+namespace {
+
+std::unique_ptr<C_KOfdELF4> OpenWith(const std::string& sPath, HRESULT (C_KOfdELF::*read)()) {
   auto document = std::make_unique<C_KOfdELF4>();
   document->AttachPath(sPath.c_str(), 0);
-  ThrowIfFailed(document->Read(), document.get());
+  ThrowIfFailed(((*document).*read)(), document.get());
   return document;
 }
 
-I_KOfdSection* SelectSection(I_KOfdELF& document, const std::string& sSelector) {
-  I_KOfdSection* pSection = nullptr;
+}  // namespace
+
+std::unique_ptr<C_KOfdELF4> OpenObject(const std::string& sPath) { return OpenWith(sPath, &C_KOfdELF::Read); }
+
+std::unique_ptr<C_KOfdELF4> OpenObjectHeaders(const std::string& sPath) {
+  return OpenWith(sPath, &C_KOfdELF::ReadHeaders);
+}
+
+I_KOfdSection* SelectSection(C_KOfdELF& document, const std::string& sSelector) {
+  DWORD dwIndex = 0;
   std::uint64_t qwIndex = 0;
   if (!kofd_text::SelectorIndex(sSelector, &qwIndex)) {
-    const HRESULT hr = document.FindSection(sSelector.c_str(), &pSection);
+    const HRESULT hr = document.FindSectionIndex(sSelector.c_str(), &dwIndex);
     if (hr != S_OK) Fail("no section named " + EscapeText(sSelector), hr);
-    return pSection;
+  } else {
+    DWORD dwCount = 0;
+    document.GetSectionCount(&dwCount);
+    if (qwIndex >= dwCount) Fail("no section " + sSelector + ", the object has " + std::to_string(dwCount), KE_OUT_OF_RANGE);
+    dwIndex = static_cast<DWORD>(qwIndex);
   }
-  DWORD dwCount = 0;
-  document.GetSectionCount(&dwCount);
-  const HRESULT hr = qwIndex < dwCount ? document.GetSection(static_cast<DWORD>(qwIndex), &pSection) : KE_OUT_OF_RANGE;
-  if (hr != S_OK) {
-    Fail("no section " + sSelector + ", the object has " + std::to_string(dwCount), hr);
-  }
+  I_KOfdSection* pSection = nullptr;
+  ThrowIfFailed(document.GetSection(dwIndex, &pSection), &document);
   return pSection;
 }
 

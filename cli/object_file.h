@@ -15,6 +15,9 @@ FileKind KindOfFile(const std::string& sPath);
 
 // The newest document revision, opened on sPath; throws the document's failure.
 std::unique_ptr<C_KOfdELF4> OpenObject(const std::string& sPath);
+// The same with its headers alone read (C_KOfdELF::ReadHeaders): a section is read the first
+// time it is asked for, and its failure then is the one OpenObject would have thrown.
+std::unique_ptr<C_KOfdELF4> OpenObjectHeaders(const std::string& sPath);
 
 // Attaches the archive to sPath and opens it; throws the archive's failure.
 void OpenArchive(C_KOfdArchive& archive, const std::string& sPath);
@@ -22,7 +25,8 @@ void OpenArchive(C_KOfdArchive& archive, const std::string& sPath);
 // The section that sSelector names: by index when it is all digits (of any length), else by name
 // ignoring case (the first match). A section without a class is null. Naming none throws the
 // document's code with words that say so: "no section 99, the object has 16 (0x800403f1)".
-I_KOfdSection* SelectSection(I_KOfdELF& document, const std::string& sSelector);
+// A section that fails to read throws the document's failure.
+I_KOfdSection* SelectSection(C_KOfdELF& document, const std::string& sSelector);
 
 // The section's name, "" when it has none.
 std::string SectionName(I_KOfdELF& document, DWORD dwIndex);

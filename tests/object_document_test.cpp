@@ -6,6 +6,7 @@
 
 #include "frame_temp_dir.h"
 #include "kelf_writer.h"
+#include "typical_object.h"
 #include "object/kofd_elf.h"
 #include "sections/kmd_tables.h"
 #include "sections/line_table.h"
@@ -19,23 +20,6 @@ using kelf_test::MakeSection;
 using kelf_test::ObjectBuilder;
 
 std::string AsString(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
-
-// 1 .text, 2 .symtab (names in 3), 3 .symstrtab, 4 .line (for 1), 5 .shstrtab. The symbol table
-// comes before the string table it names.
-ObjectBuilder TypicalObject() {
-  kelf_test::StringTable names = kelf_test::StringTable::WithNul();
-  const std::uint32_t main = names.Add("main");
-  ObjectBuilder builder;
-  builder.AddSection(MakeSection(".text", kelf_test::kShtPrgbit, kelf_test::Words({0x11111111, 0x22222222})));
-  builder.AddSection(MakeSection(".symtab", kelf_test::kShtSymtab,
-                                 kelf_test::Join({kelf_test::Sym(0, 0, 0, 0, 0, 0, 0),
-                                                  kelf_test::Sym(main, 4, 8, kelf_test::kStbGlobal,
-                                                                 kelf_test::kSttFunction, 0, 1)}),
-                                 3, 1));
-  builder.AddSection(MakeSection(".symstrtab", kelf_test::kShtStrtab, names.Data()));
-  builder.AddSection(MakeSection(".line", kelf_test::kShtLine, kelf_test::Line(4, 12), 0, 1));
-  return builder;
-}
 
 template <class Document = C_KOfdELF4>
 struct Opened {

@@ -63,6 +63,8 @@ class C_File : public virtual I_File, public virtual C_Exception {
   // whose many sections all cover the whole file cannot make us hold it many times over.
   void SetReadBudget(std::uint64_t qwBytes) { m_qwReadBudget = qwBytes; }
   void ClearReadBudget() { m_qwReadBudget = kUnlimited; }
+  // What is left of the budget; all ones when there is none.
+  std::uint64_t ReadBudget() const { return m_qwReadBudget; }
   // False, taking nothing, when qwBytes is more than what is left.
   bool TakeFromReadBudget(std::uint64_t qwBytes) {
     if (m_qwReadBudget == kUnlimited) return true;

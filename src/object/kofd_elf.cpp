@@ -1,6 +1,8 @@
 #include "object/kofd_elf.h"
 
+#include <algorithm>
 #include <type_traits>
+#include <unordered_set>
 
 #include "frame/error.h"
 #include "frame/text.h"
@@ -40,15 +42,47 @@ HRESULT C_KOfdELF::GetProgramHeader(I_KElfProgramHeader** ppTable) { return Hand
 HRESULT C_KOfdELF::GetSectionHeader(I_KElfSectionHeader** ppTable) { return HandOut(&m_SectionHeader, ppTable); }
 
 HRESULT C_KOfdELF::GetSymbolTable(I_KOfdSymbolTable** ppTable) {
+  if (!ppTable) return E_POINTER;
+  *ppTable = nullptr;
+  const HRESULT hr = Z_ReadKept(m_pSymbolTable, m_dwSymbolIndex);
+  if (hr < 0) return hr;
   return HandOut(dynamic_cast<I_KOfdSymbolTable*>(m_pSymbolTable), ppTable);
 }
 
 HRESULT C_KOfdELF::GetExpressionTable(I_KOfdExpressionTable** ppTable) {
+  if (!ppTable) return E_POINTER;
+  *ppTable = nullptr;
+  const HRESULT hr = Z_ReadKept(m_pExpressionTable, m_dwExpressionIndex);
+  if (hr < 0) return hr;
   return HandOut(AsExpressionTable(m_pExpressionTable), ppTable);
 }
 
 I_KOfdSymbolReferences* C_KOfdELF::GetSymbolReferences() {
-  return dynamic_cast<I_KOfdSymbolReferences*>(m_pExpressionTable);
+  return dynamic_cast<I_KOfdSymbolReferences*>(Z_Kept(m_pExpressionTable, m_dwExpressionIndex));
+}
+
+I_KOfdSection* C_KOfdELF::GetProgramTable() { return Z_Kept(m_pProgramTable, m_dwProgramIndex); }
+
+I_KOfdSection* C_KOfdELF::Z_Kept(I_KOfdSection* pTable, DWORD dwIndex) {
+  return pTable && Z_ReadKept(pTable, dwIndex) >= 0 ? pTable : nullptr;
+}
+
+HRESULT C_KOfdELF::Z_ReadKept(I_KOfdSection* pTable, DWORD dwIndex) {
+  // A table built by CreateSectionForType outside the open is no section of the document.
+  if (!pTable || dwIndex >= Z_SectionCount() || m_vSections[dwIndex] != pTable) return S_OK;
+  return Z_ReadOnDemand(dwIndex);
+}
+
+DWORD C_KOfdELF::CountSymbols() {
+  auto* pTable = dynamic_cast<C_KOfdSymbolTable*>(m_pSymbolTable);
+  if (!pTable) return 0;
+  if (m_dwSymbolIndex >= Z_SectionCount() || m_vSections[m_dwSymbolIndex] != m_pSymbolTable ||
+      (m_vSectionWords[m_dwSymbolIndex] & kSectionRead)) {
+    return pTable->GetCount();
+  }
+  // What C_KOfdSectionTable::ReadRecords would hold.
+  const DWORD dwSize = m_SectionHeader.Record(m_dwSymbolIndex)->sh_size;
+  return dwSize % sizeof(ELF32_SYM) == 0 ? dwSize / static_cast<DWORD>(sizeof(ELF32_SYM)) : 0;
 }
 
 HRESULT C_KOfdELF::GetSectionCount(DWORD* pdwCount) { return m_SectionHeader.GetCount(pdwCount); }
@@ -58,6 +92,9 @@ HRESULT C_KOfdELF::GetProgramHeaderCount(DWORD* pdwCount) { return m_ProgramHead
 HRESULT C_KOfdELF::GetSection(DWORD dwIndex, I_KOfdSection** ppSection) {
   if (!ppSection) return E_POINTER;
   if (dwIndex >= Z_SectionCount()) return RecordOutOfRange(*this);
+  *ppSection = nullptr;
+  const HRESULT hr = Z_ReadOnDemand(dwIndex);
+  if (hr < 0) return hr;
   *ppSection = m_vSections[dwIndex];
   return S_OK;
 }
@@ -75,10 +112,17 @@ HRESULT C_KOfdELF::GetSectionWord(DWORD dwIndex, DWORD* pdwWord) {
 
 HRESULT C_KOfdELF::FindSection(const char* pszName, I_KOfdSection** ppSection) {
   if (!pszName || !ppSection) return E_POINTER;
+  DWORD dwIndex = 0;
+  const HRESULT hr = FindSectionIndex(pszName, &dwIndex);
+  return hr == S_OK ? GetSection(dwIndex, ppSection) : hr;
+}
+
+HRESULT C_KOfdELF::FindSectionIndex(const char* pszName, DWORD* pdwIndex) {
+  if (!pszName || !pdwIndex) return E_POINTER;
   for (DWORD i = 0; i < Z_SectionCount(); ++i) {
     const char* pszSection = nullptr;
     if (m_SectionHeader.GetSectionName(i, &pszSection) == S_OK && kofd_text::EqualIgnoringCase(pszSection, pszName)) {
-      *ppSection = m_vSections[i];
+      *pdwIndex = i;
       return S_OK;
     }
   }
@@ -94,14 +138,18 @@ HRESULT C_KOfdELF::GetLoadableMemorySize(DWORD* pdwSize) { return m_ProgramHeade
 // ---- Disk operations ---------------------------------------------------------------------
 
 template <class Work>
-HRESULT C_KOfdELF::Z_OnDisk(Work work) {
+HRESULT C_KOfdELF::Z_OnDisk(Work work, Budget budget) {
   const HRESULT hrOpen = Open(1);
   if (hrOpen != S_OK && hrOpen != S_FALSE) ThrowLibraryError(true, KE_OPEN_FAILED, GetPath());
   const bool bOpened = hrOpen == S_OK;
   struct BudgetGuard {
-    C_File& file;
-    ~BudgetGuard() { file.ClearReadBudget(); }
-  } guard{*this};
+    C_KOfdELF& document;
+    bool bKeepRest;
+    ~BudgetGuard() {
+      if (bKeepRest) document.m_qwBudgetLeft = document.ReadBudget();
+      document.ClearReadBudget();
+    }
+  } guard{*this, budget != Budget::kWhole};
   HRESULT hr = S_OK;
   try {
     hr = GuardAllocation(*this, [&] {
@@ -111,7 +159,8 @@ HRESULT C_KOfdELF::Z_OnDisk(Work work) {
       std::uint64_t qwFileSize = 0;
       platform::FileSize(GetHandle(), &qwFileSize);
       const std::uint64_t qwHeld = qwFileSize > m_dwBase ? qwFileSize - m_dwBase : 0;
-      SetReadBudget(m_qwExtent < qwHeld ? m_qwExtent : qwHeld);
+      const std::uint64_t qwWhole = std::min(m_qwExtent, qwHeld);
+      SetReadBudget(budget == Budget::kRest ? std::min(qwWhole, m_qwBudgetLeft) : qwWhole);
       return work();
     });
   } catch (...) {
@@ -174,15 +223,64 @@ HRESULT C_KOfdELF::ReadSegments() {
 }
 
 HRESULT C_KOfdELF::Read() {
+  m_bOnDemand = false;
   return Z_OnDisk([&] {
-    if (m_ProgramHeader.IsEmpty()) ThrowIfFailed(m_ProgramHeader.Read(this, m_dwBase), m_ProgramHeader);
-    if (m_SectionHeader.IsEmpty()) ThrowIfFailed(m_SectionHeader.Read(this, m_dwBase), m_SectionHeader);
-    Z_CreateSections();
-    Z_AttachAll();
-    Z_ResolveSectionNames();
+    Z_OpenHeaders();
     for (DWORD i = 0; i < Z_SectionCount(); ++i) Z_ReadWithLinks(i);
     return S_OK;
   });
+}
+
+HRESULT C_KOfdELF::ReadHeaders() {
+  m_bOnDemand = false;
+  const HRESULT hr = Z_OnDisk(
+      [&] {
+        Z_OpenHeaders();
+        return S_OK;
+      },
+      Budget::kWholeKeepRest);
+  m_bOnDemand = hr == S_OK;
+  return hr;
+}
+
+void C_KOfdELF::Z_OpenHeaders() {
+  if (m_ProgramHeader.IsEmpty()) ThrowIfFailed(m_ProgramHeader.Read(this, m_dwBase), m_ProgramHeader);
+  if (m_SectionHeader.IsEmpty()) ThrowIfFailed(m_SectionHeader.Read(this, m_dwBase), m_SectionHeader);
+  Z_CreateSections();
+  Z_AttachAll();
+  Z_ResolveSectionNames();
+}
+
+HRESULT C_KOfdELF::Z_ReadOnDemand(DWORD dwIndex) {
+  if (!m_bOnDemand || dwIndex >= Z_SectionCount() || !m_vSections[dwIndex] || (m_vSectionWords[dwIndex] & kSectionRead)) {
+    return S_OK;
+  }
+  // What the section's Link and Info fields name, and what theirs name: a section reaches
+  // those (its strings, symbols, expressions, program data) without asking the document. A
+  // symbol table's Info counts its local symbols and names no section.
+  try {
+    return GuardAllocation(*this, [&] {
+      std::vector<DWORD> vNamed(1, dwIndex);
+      std::unordered_set<DWORD> seen(vNamed.begin(), vNamed.end());
+      for (std::size_t n = 0; n < vNamed.size(); ++n) {
+        const KEL_SHDR& header = *m_SectionHeader.Record(vNamed[n]);
+        const DWORD dwInfo = header.sh_type == SHT_KEL_SYMTAB ? 0 : header.sh_info;
+        for (DWORD dwNamed : {header.sh_link, dwInfo}) {
+          if (Z_Named(dwNamed, vNamed[n]) && seen.insert(dwNamed).second) vNamed.push_back(dwNamed);
+        }
+      }
+      std::sort(vNamed.begin(), vNamed.end());
+      return Z_OnDisk(
+          [&] {
+            for (DWORD i : vNamed) Z_ReadWithLinks(i);
+            return S_OK;
+          },
+          Budget::kRest);
+    });
+  } catch (const C_Exception& error) {
+    SetCodeAndMessage(error.Code(), error.Message().c_str());
+    return error.Code() < 0 ? error.Code() : E_FAIL;
+  }
 }
 
 HRESULT C_KOfdELF::Link() {
@@ -199,6 +297,8 @@ void C_KOfdELF::Z_DestroySections() {
   m_pProgramTable = nullptr;
   m_pSymbolTable = nullptr;
   m_pExpressionTable = nullptr;
+  m_dwProgramIndex = m_dwSymbolIndex = m_dwExpressionIndex = kNoSection;
+  m_bOnDemand = false;
   for (I_KOfdSection* pSection : m_vSections) {
     if (pSection) pSection->Destroy();
   }
@@ -218,6 +318,11 @@ void C_KOfdELF::Z_CreateSections() {
     I_KOfdSection* pSection = nullptr;
     CreateSectionForType(pHeader->sh_type, &pSection);
     m_vSections[i] = pSection;
+    if (!pSection) continue;
+    // Each build of a kept type replaces the kept table: the last one built stays.
+    if (pSection == m_pProgramTable) m_dwProgramIndex = i;
+    if (pSection == m_pSymbolTable) m_dwSymbolIndex = i;
+    if (pSection == m_pExpressionTable) m_dwExpressionIndex = i;
     if (C_KOfdSection* pBase = dynamic_cast<C_KOfdSection*>(pSection)) {
       pBase->SetKey(static_cast<WORD>(i), dwKeyHigh | i, static_cast<WORD>(m_dwIdentifier >> 16));
       pBase->SetHeader(pHeader);

@@ -149,11 +149,27 @@ class C_KOfdELF : public virtual I_KOfdELF, public virtual I_KOfdSectionHost, pu
   // How many bytes from the base offset on are the object's own (an archive member's Size):
   // what one disk operation may read in all. The rest of the file by default.
   void SetExtent(std::uint64_t qwExtent) { m_qwExtent = qwExtent; }
+  // Opens the object's headers alone: the file header, the program header and section header
+  // tables, one section object per section header, attached, and the section-name string table
+  // (with the sections its Link names), read. Every other section is read, with every section
+  // its Link and Info name in turn, the first time it is handed out (GetSection, FindSection,
+  // GetSectionByIndex, the kept tables): a disk operation of its own, within what the open left
+  // of the object's read budget. A read that fails there is recorded as the last error and its
+  // code returned, with no section handed out; asked again, the section is read again.
+  HRESULT ReadHeaders();
+  // The index of the first section whose name equals pszName ignoring case, reading nothing;
+  // E_FAIL when none does.
+  HRESULT FindSectionIndex(const char* pszName, DWORD* pdwIndex);
+  // The kept symbol table's record count, reading nothing: a table not read yet counts what
+  // reading it would hold (its size in whole records, none for a size that is not). 0 when
+  // there is no symbol table.
+  DWORD CountSymbols();
   // The document's identifier; its low 16 bits go into the high half of each section key.
   void SetIdentifier(DWORD dwIdentifier) { m_dwIdentifier = dwIdentifier; }
   DWORD GetIdentifier() const { return m_dwIdentifier; }
-  // The kept program-data table (the last section of type 1 that was built), or null.
-  I_KOfdSection* GetProgramTable() const { return m_pProgramTable; }
+  // The kept program-data table (the last section of type 1 that was built), or null, also
+  // when reading it on demand failed (recorded as the last error).
+  I_KOfdSection* GetProgramTable();
 
  protected:
   // Builds the object for a type of the base revision (1, 2, 3, 17, 18) and keeps the program
@@ -163,9 +179,14 @@ class C_KOfdELF : public virtual I_KOfdELF, public virtual I_KOfdSectionHost, pu
  private:
   // The open, read-header, work, close frame of every disk operation. The file is closed even
   // when the work throws; a handle that was already open is left open.
+  // How much a disk operation may read: the object's extent, or what an earlier operation of
+  // the same open left (kRest); kWholeKeepRest and kRest keep what they leave for the next.
+  enum class Budget { kWhole, kWholeKeepRest, kRest };
   template <class Work>
-  HRESULT Z_OnDisk(Work work);
+  HRESULT Z_OnDisk(Work work, Budget budget = Budget::kWhole);
   void Z_ReadFileHeaderIfEmpty();
+  // Reads the header tables, makes the section objects, attaches them and names them.
+  void Z_OpenHeaders();
   void Z_DestroySections();
   void Z_CreateSections();
   void Z_AttachAll();
@@ -173,6 +194,14 @@ class C_KOfdELF : public virtual I_KOfdELF, public virtual I_KOfdSectionHost, pu
   // Reads section dwIndex after the sections its Link field names, without recursion.
   void Z_ReadWithLinks(DWORD dwIndex);
   void Z_ReadAt(DWORD dwIndex);
+  // Reads section dwIndex, if the document was opened by ReadHeaders and it is not read yet,
+  // with every section its Link and Info fields name, and theirs, in index order. A failure is
+  // recorded and returned.
+  HRESULT Z_ReadOnDemand(DWORD dwIndex);
+  // A kept table (program data, symbols, expressions) once read on demand; null on failure.
+  I_KOfdSection* Z_Kept(I_KOfdSection* pTable, DWORD dwIndex);
+  // Z_ReadOnDemand of a kept table, when it is section dwIndex of the document.
+  HRESULT Z_ReadKept(I_KOfdSection* pTable, DWORD dwIndex);
   void Z_Link();
   // The section at a Link or Info index, or null for 0, an index out of range, or dwSelf.
   I_KOfdSection* Z_Named(DWORD dwIndex, DWORD dwSelf) const;
@@ -190,6 +219,14 @@ class C_KOfdELF : public virtual I_KOfdELF, public virtual I_KOfdSectionHost, pu
   I_KOfdSection* m_pSymbolTable = nullptr;
   I_KOfdSection* m_pExpressionTable = nullptr;
   WORD m_wStringIndex = 0;
+  // The indexes of the kept tables (kNoSection when there is none).
+  static constexpr DWORD kNoSection = ~DWORD(0);
+  DWORD m_dwProgramIndex = kNoSection;
+  DWORD m_dwSymbolIndex = kNoSection;
+  DWORD m_dwExpressionIndex = kNoSection;
+  // Opened by ReadHeaders: sections are read when first handed out.
+  bool m_bOnDemand = false;
+  std::uint64_t m_qwBudgetLeft = 0;
 };
 
 class C_KOfdELF2 : public virtual I_KOfdELF2, public C_KOfdELF {

@@ -61,6 +61,9 @@ HRESULT C_KOfdELFX2::DumpFile(const char* pszFileName) {
   KEL_EHDR* pRecord = nullptr;
   GetFileHeader(&pHeader);
   if (!pszFileName || pHeader->GetRecord(&pRecord) != S_OK || !pRecord) return E_POINTER;
+  // A symbol table read on demand is read before the file is touched; its failure is recorded.
+  I_KOfdSymbolTable* pSymbols = nullptr;
+  if (GetSymbolTable(&pSymbols) < 0) return E_FAIL;
   // The dump is appended to what the file holds, and the whole replaces it at once.
   try {
     C_ReplacingFile output(pszFileName, platform::kReplaceKeepContents);
