@@ -402,8 +402,7 @@ void RegisterDump(CLI::App& app, CommandResult& result) {
       if (pOption == raw) selections.push_back({Selector::kRaw, {}});
     }
     if (*contents && !*json && !*lines) {
-      fprintf(stderr, "kofd dump: --contents needs --json or --json-lines\nRun with --help for more information.\n");
-      result.status = kExitUsage;
+      result.status = UsageFailure("dump", "--contents needs --json or --json-lines");
       return;
     }
     result.status = *json || *lines ? RunDumpJson(*path, selections, *contents, *lines) : RunDump(*path, selections);

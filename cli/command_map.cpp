@@ -230,9 +230,8 @@ void RegisterMap(CLI::App& app, CommandResult& result) {
     DWORD dwAddress = 0;
     const bool bAddress = command->count("--addr") > 0;
     if (bAddress && !ParseAddress(options->sAddress, &dwAddress)) {
-      fprintf(stderr, "kofd map: --addr %s is not a 32-bit address (decimal or 0x hexadecimal)\n",
-              EscapeText(options->sAddress).c_str());
-      result.status = kExitUsage;
+      result.status =
+          UsageFailure("map", "--addr " + EscapeText(options->sAddress) + " is not a 32-bit address (decimal or 0x hexadecimal)");
       return;
     }
     result.status = RunMap(*options, bAddress, dwAddress);

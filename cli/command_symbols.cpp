@@ -63,8 +63,7 @@ void PrintSymbols(bool bArchive, const AnalyzedFile& file, const std::vector<kof
 
 int RunSymbols(const SymbolsOptions& options) {
   if (options.bDefined && options.bUndefined) {
-    fprintf(stderr, "kofd symbols: give at most one of --defined and --undefined\n");
-    return kExitUsage;
+    return UsageFailure("symbols", "give at most one of --defined and --undefined");
   }
   return RunReporting(options.sPath, [&] {
     AnalyzedFile file;

@@ -113,7 +113,7 @@ int RunUnreferenced(const XrefOptions& options, const AnalyzedFile& file) {
 int RunXref(const XrefOptions& options) {
   const int nModes = !options.sSymbol.empty() + options.bUndefined + options.bUnreferenced;
   if (nModes != 1) {
-    fprintf(stderr, "kofd xref: give exactly one of SYMBOL, --undefined and --unreferenced\n");
+    UsageFailure("xref", "give exactly one of SYMBOL, --undefined and --unreferenced");
     return kExitUsage;
   }
   return RunFinding(options.sPath, [&] {
