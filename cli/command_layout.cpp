@@ -66,7 +66,7 @@ void PrintLayout(const FileLayout& layout, const std::string& sIndent) {
     for (std::size_t nPart : range.vOwners) sOwners += (sOwners.empty() ? "" : ", ") + Describe(layout.vParts[nPart]);
     if (range.nOwners > range.vOwners.size()) sOwners += ", and " + std::to_string(range.nOwners - range.vOwners.size()) + " more";
     if (range.nOwners > 1) sOwners = "OVERLAP: " + sOwners;
-    printf("%s%s-%s %10llu  %s\n", sIndent.c_str(), Hex8(range.qwFrom).c_str(), Hex8(range.qwTo).c_str(),
+    printf("%s%s-%s 0x%08llx  %s\n", sIndent.c_str(), Hex8(range.qwFrom).c_str(), Hex8(range.qwTo).c_str(),
            static_cast<unsigned long long>(range.qwTo - range.qwFrom), sOwners.c_str());
     for (const auto& nested : layout.vNested) {
       if (layout.vParts[nested.nPart].qwFrom == range.qwFrom &&
@@ -150,7 +150,7 @@ int RunLayout(const LayoutOptions& options) {
       if (!json.Finish()) Fail("standard output cannot be written");
       return status;
     }
-    printf("%s: %s of %llu bytes, %zu flagged\n", EscapeText(options.sPath).c_str(), layout.bArchive ? "archive" : "object",
+    printf("%s: %s of 0x%08llx bytes, %zu flagged\n", EscapeText(options.sPath).c_str(), layout.bArchive ? "archive" : "object",
            static_cast<unsigned long long>(layout.qwSize), layout.FlagCount());
     PrintLayout(layout, "");
     if (fflush(stdout) != 0) Fail("standard output cannot be written");
