@@ -319,8 +319,8 @@ void RegisterReloc(CLI::App& app, CommandResult& result) {
   auto options = std::make_shared<RelocOptions>();
   command->add_option("FILE", options->vFiles, "The KELF objects (- for standard input); several are each headed by their name")
       ->required();
-  command->add_option("--section", options->sSection, "One relocation section, by index or name (ignoring case)");
-  command->add_option("--member", options->sMember, "Of an archive FILE: list the relocations of this member's object");
+  command->add_option("--section", options->sSection, "One relocation section, by index or name (ignoring case)")->type_name("SEL");
+  command->add_option("--member", options->sMember, "Of an archive FILE: list the relocations of this member's object")->type_name("NAME");
   CLI::Option* apply = command->add_option("--apply", options->sApply, "Apply the relocations; Offset counts bytes, 16-bit or 32-bit units")
                            ->check(CLI::IsMember({"byte", "half", "word"}));
   CLI::Option* output = command->add_option("-o", options->sOutput, "Where to write the relocated copy of FILE");

@@ -84,6 +84,20 @@ std::string C_HelpFormatter::make_description(const CLI::App* pApp) const {
 }
 
 std::string C_HelpFormatter::make_usage(const CLI::App* pApp, std::string sName) const {
+  // The commands that lead to this one, each with the positionals it takes before the next
+  // ("kofd ar LIB extract"), so that the line can be typed as it reads.
+  std::vector<const CLI::App*> vChain;
+  for (const CLI::App* pAt = pApp; pAt; pAt = pAt->get_parent()) vChain.insert(vChain.begin(), pAt);
+  if (vChain.size() > 1) {
+    sName.clear();
+    for (const CLI::App* pAt : vChain) {
+      sName += (sName.empty() ? "" : " ") + pAt->get_name();
+      if (pAt == pApp) break;
+      for (const CLI::Option* pOption : pAt->get_options([](const CLI::Option* p) { return p->get_positional(); })) {
+        sName += " " + make_option_usage(pOption);
+      }
+    }
+  }
   std::string sUsage = Formatter::make_usage(pApp, std::move(sName));
   while (!sUsage.empty() && sUsage.back() == '\n') sUsage.pop_back();
   return WrapText(sUsage, "", "         ", kHelpWidth);

@@ -45,7 +45,6 @@ std::string OneLine(const std::string& sMessage) {
     sLine += ch;
     ++i;
   }
-  while (!sLine.empty() && (sLine.back() == ' ' || sLine.back() == '\t')) sLine.pop_back();
   for (const auto& path : ShownPaths()) {
     for (std::size_t at = 0; (at = sLine.find(path.first, at)) != std::string::npos; at += path.second.size()) {
       sLine.replace(at, path.first.size(), path.second);
