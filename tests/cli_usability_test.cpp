@@ -85,6 +85,13 @@ TEST(CliUsability, StandardInputIsReadAsAFileNamedDash) {
   const Outcome directory = Kofd(dir, "info - < " + Quoted(dir.Path("")));
   EXPECT_EQ(directory.status, 1);
   EXPECT_EQ(directory.err.rfind("kofd: (standard input): standard input cannot be read: ", 0), 0u) << directory.err;
+  // A copy that cannot be written whole (here past a file-size limit of 2 KiB) is a failure too.
+  const Outcome limited = Kofd(dir, "info - < " + sO, "ulimit -f 2 && ");
+  EXPECT_EQ(limited.status, 1);
+  EXPECT_EQ(limited.err, "kofd: (standard input): standard input cannot be copied to a temporary file: File too large\n");
+  // The analyses read it too.
+  EXPECT_EQ(Kofd(dir, "layout - < " + sO).out.rfind("(standard input): object of 0x", 0), 0u);
+  EXPECT_EQ(Kofd(dir, "xref - uart_putc < " + sA).out, Kofd(dir, "xref " + sA + " uart_putc").out);
   const Outcome noTemp = Kofd(dir, "info - < " + sO, "TMPDIR=" + Quoted(dir.Path("none")) + " ");
   EXPECT_EQ(noTemp.status, 1);
   EXPECT_NE(noTemp.err.find("cannot be copied to a temporary file"), std::string::npos) << noTemp.err;
