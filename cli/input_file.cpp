@@ -1,6 +1,7 @@
 #include "input_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +19,7 @@ namespace {
 
 constexpr std::uint64_t kMostBytes = 0xFFFFFFFFu;  // the library's limit on a file's size
 const char kStandardInput[] = "(standard input)";
+const char kTooLarge[] = "standard input holds more than 4294967295 bytes (0xffffffff), the most kofd reads";
 
 std::string SystemText(const std::string& sWhat) { return sWhat + ": " + std::strerror(errno); }
 
@@ -34,6 +36,13 @@ bool WriteAll(int fd, const char* pData, std::size_t nLength) {
 
 // The copy of standard input: its descriptor stays open (and the file with it) until the tool ends.
 std::string CopyStandardInput() {
+  // A file given as standard input says its size: one past the limit is refused before a byte
+  // is copied.
+  struct stat status {};
+  if (fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode)) {
+    const off_t at = lseek(STDIN_FILENO, 0, SEEK_CUR);
+    if (status.st_size - (at > 0 ? at : 0) > static_cast<off_t>(kMostBytes)) Fail(kTooLarge);
+  }
   const char* pszDirectory = std::getenv("TMPDIR");
   std::string sTemplate = std::string(pszDirectory && *pszDirectory ? pszDirectory : "/tmp") + "/kofd-stdin-XXXXXX";
   std::vector<char> vName(sTemplate.begin(), sTemplate.end());
@@ -55,7 +64,7 @@ std::string CopyStandardInput() {
     qwTotal += static_cast<std::uint64_t>(nRead);
     if (qwTotal > kMostBytes) {
       close(fd);
-      Fail("standard input holds more than 4294967295 bytes (0xffffffff), the most kofd reads");
+      Fail(kTooLarge);
     }
     if (!WriteAll(fd, vBlock.data(), static_cast<std::size_t>(nRead))) {
       const std::string sText = SystemText("standard input cannot be copied to a temporary file");

@@ -89,6 +89,10 @@ TEST(CliUsability, StandardInputIsReadAsAFileNamedDash) {
   const Outcome limited = Kofd(dir, "info - < " + sO, "ulimit -f 2 && ");
   EXPECT_EQ(limited.status, 1);
   EXPECT_EQ(limited.err, "kofd: (standard input): standard input cannot be copied to a temporary file: File too large\n");
+  // More than the library reads is refused with its reason (a sparse file costs no disk).
+  const Outcome large = Kofd(dir, "info - < " + Quoted(dir.Path("large")), "truncate -s 4294967296 " + Quoted(dir.Path("large")) + " && ");
+  EXPECT_EQ(large.status, 1);
+  EXPECT_EQ(large.err, "kofd: (standard input): standard input holds more than 4294967295 bytes (0xffffffff), the most kofd reads\n");
   // The analyses read it too.
   EXPECT_EQ(Kofd(dir, "layout - < " + sO).out.rfind("(standard input): object of 0x", 0), 0u);
   EXPECT_EQ(Kofd(dir, "xref - uart_putc < " + sA).out, Kofd(dir, "xref " + sA + " uart_putc").out);
