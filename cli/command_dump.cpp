@@ -131,7 +131,7 @@ void DumpMember(C_KArcObjectMember& member) {
 }
 
 // The object of the member sName; a failure names the member.
-I_KOfdELF& MemberObject(C_KOfdArchive& archive, const std::string& sName, C_KArcObjectMember** ppMember = nullptr) {
+I_KOfdELF& MemberObject(C_KOfdArchive& archive, const std::string& sName) {
   DWORD dwIndex = 0;
   const HRESULT hr = archive.FindMember(sName.c_str(), &dwIndex);
   if (hr != S_OK) Fail("no member named " + EscapeText(sName), hr);
@@ -139,7 +139,6 @@ I_KOfdELF& MemberObject(C_KOfdArchive& archive, const std::string& sName, C_KArc
   I_KOfdELF* pElf = nullptr;
   const HRESULT hrDocument = member.GetDocument(&pElf);
   if (hrDocument != S_OK || !pElf) ThrowLibraryError(false, hrDocument != S_OK ? hrDocument : E_POINTER, member.GetName());
-  if (ppMember) *ppMember = &member;
   return *pElf;
 }
 
