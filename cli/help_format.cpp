@@ -33,6 +33,22 @@ std::string CommandPath(const CLI::App* pApp) {
   return sPath;
 }
 
+// "ar LIB list": the command as its help is asked for, the positionals of the commands before it
+// standing where they go.
+std::string HelpPath(const CLI::App* pApp) {
+  std::string sPath;
+  for (const CLI::App* pAt = pApp; pAt && pAt->get_parent(); pAt = pAt->get_parent()) {
+    std::string sPart = pAt->get_name();
+    if (pAt != pApp) {
+      for (const CLI::Option* pOption : pAt->get_options([](const CLI::Option* p) { return p->get_positional(); })) {
+        sPart += " " + pOption->get_name(true, false);
+      }
+    }
+    sPath = sPart + (sPath.empty() ? "" : " ") + sPath;
+  }
+  return sPath;
+}
+
 std::vector<std::string> OptionNames(const CLI::App* pApp) {
   std::vector<std::string> vNames;
   for (const CLI::Option* pOption : pApp->get_options()) {
@@ -120,7 +136,7 @@ std::string FailureMessage(const CLI::App* pApp, const CLI::Error& error) {
   const CLI::App* pInner = Innermost(pApp);
   const std::string sCommand = CommandPath(pInner);
   const std::string sWhere = sCommand.empty() ? "kofd: " : "kofd: " + sCommand + ": ";
-  const std::string sHint = "Run kofd " + (sCommand.empty() ? "" : sCommand + " ") + "--help for more information.\n";
+  const std::string sHint = "Run kofd " + (sCommand.empty() ? "" : HelpPath(pInner) + " ") + "--help for more information.\n";
   std::string sText = error.what();
   // CLI11 starts some texts with the command's own name.
   if (!pInner->get_name().empty() && sText.rfind(pInner->get_name() + ": ", 0) == 0) sText.erase(0, pInner->get_name().size() + 2);

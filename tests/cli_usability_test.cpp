@@ -150,6 +150,9 @@ TEST(CliUsability, TyposGetTheNearestNameAndEveryUsageErrorStartsWithKofd) {
   EXPECT_EQ(firstLine(Kofd(dir, "dump --secton=.text " + sO)), "kofd: dump: unknown option \"--secton\"; did you mean \"--section\"?");
   EXPECT_EQ(firstLine(Kofd(dir, "dump --everything " + sO)), "kofd: dump: unknown option \"--everything\"");
   EXPECT_EQ(firstLine(Kofd(dir, "ar " + sO + " lsit")), "kofd: ar: unknown command \"lsit\"; did you mean \"list\"?");
+  // The hint names the help as it is asked for, the archive standing before ar's subcommand.
+  EXPECT_EQ(Kofd(dir, "ar " + sO + " list --jsn").err,
+            "kofd: ar list: unknown option \"--jsn\"; did you mean \"--json\"?\nRun kofd ar LIB list --help for more information.\n");
   // A section name that names none: the nearest of the object's names.
   const Outcome section = Kofd(dir, "dump " + sO + " --section .txet");
   EXPECT_EQ(section.status, 1);
