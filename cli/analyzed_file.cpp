@@ -2,11 +2,15 @@
 
 #include "edit/object_image.h"
 #include "frame/error.h"
+#include "frame/file.h"
 #include "report.h"
 
 namespace cli {
 
 void OpenForAnalysis(const std::string& sPath, AnalyzedFile& file, bool bBytes) {
+  // An unreadable file is reported as such (with the system's words), not as of no known kind.
+  C_File probe;
+  probe.AttachPath(sPath.c_str(), 0);
   file.kind = KindOfFile(sPath);
   if (file.kind == FileKind::kObject) {
     file.object = OpenObject(sPath);

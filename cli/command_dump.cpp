@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "edit/object_image.h"
 #include "escape.h"
 #include "frame/error.h"
+#include "input_file.h"
 #include "archive/archive.h"
 #include "archive/object_member.h"
 #include "archive/unknown_object.h"
@@ -119,13 +121,34 @@ void DumpRaw(const std::string& sPath) {
   ThrowIfFailed(raw.DumpAll(), &raw);
 }
 
+// The member's object, opened whole as the archive opens its members; a failure names the member.
+C_KOfdELF& MemberDocument(C_KArcObjectMember& member) {
+  I_KOfdELF* pElf = nullptr;
+  const HRESULT hr = member.GetDocument(&pElf);
+  C_KOfdELF* pDocument = hr == S_OK ? dynamic_cast<C_KOfdELF*>(pElf) : nullptr;
+  if (!pDocument) ThrowLibraryError(false, hr != S_OK ? hr : E_POINTER, member.GetName());
+  return *pDocument;
+}
+
 // A member's header, then its object's whole dump.
 void DumpMember(C_KArcObjectMember& member) {
   DumpPart(&member.GetHeader());
-  I_KOfdELF* pElf = nullptr;
-  const HRESULT hr = member.GetDocument(&pElf);
-  if (hr != S_OK || !pElf) ThrowLibraryError(false, hr != S_OK ? hr : E_POINTER, member.GetName());
-  DumpWholeObject(*pElf);
+  DumpWholeObject(MemberDocument(member));
+}
+
+// The object of the member sName; a failure names the member.
+C_KOfdELF& MemberObject(C_KOfdArchive& archive, const std::string& sName) {
+  DWORD dwIndex = 0;
+  const HRESULT hr = archive.FindMember(sName.c_str(), &dwIndex);
+  if (hr != S_OK) Fail("no member named " + EscapeText(sName), hr);
+  return MemberDocument(archive.MemberAt(dwIndex));
+}
+
+// With --member, an archive's object selectors show the member's object: each one, in order,
+// exactly as it shows the member extracted as a file.
+bool SelectsInMembers(FileKind kind, const std::vector<Selection>& selections) {
+  return kind == FileKind::kArchive && AnySelection(selections, IsObjectSelector) &&
+         AnySelection(selections, [](Selector s) { return s == Selector::kMember; });
 }
 
 // One selector's dump of an archive; a failure says what the selector could not show.
@@ -153,8 +176,9 @@ void DumpWholeArchive(C_KOfdArchive& archive) {
   for (DWORD i = 0; i < dwCount; ++i) DumpMember(archive.MemberAt(i));
 }
 
-int RunDump(const std::string& sPath, const std::vector<Selection>& selections) {
-  return RunReporting(sPath, [&] {
+int RunDump(const std::string& sGiven, const std::vector<Selection>& selections) {
+  return RunReporting(ShownName(sGiven), [&] {
+    const std::string sPath = OpenedPath(sGiven);
     // Reports go to standard error only after the output made before them.
     C_ToolOutput output;
     // An unreadable file is reported as such, not as a file of no known kind.
@@ -176,13 +200,21 @@ int RunDump(const std::string& sPath, const std::vector<Selection>& selections) 
       else DumpRaw(sPath);
       return 0;
     }
+    const bool bInMembers = SelectsInMembers(kind, selections);
     for (const Selection& selection : selections) {
       if (selection.selector == Selector::kRaw) {
         DumpRaw(sPath);
       } else if (IsArchiveSelector(selection.selector)) {
         if (!archive) ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, sPath.c_str());
-        DumpArchiveSelection(*archive, selection);
-      } else {
+        if (selection.selector != Selector::kMember || !bInMembers) {
+          DumpArchiveSelection(*archive, selection);
+          continue;
+        }
+        C_KOfdELF& member = MemberObject(*archive, selection.sName);
+        for (const Selection& part : selections) {
+          if (IsObjectSelector(part.selector)) DumpSelection(member, part);
+        }
+      } else if (!bInMembers) {
         if (!object) ThrowLibraryError(false, KE_NOT_OBJECT_FILE, sPath.c_str());
         DumpSelection(*object, selection);
       }
@@ -228,6 +260,7 @@ ObjectJsonParts ObjectParts(C_KOfdELF& document, const std::vector<Selection>& s
 struct JsonMember {
   C_KArcObjectMember* pMember;
   I_KOfdELF* pDocument;
+  ObjectJsonParts parts;  // the whole object, or what the object selectors name
 };
 
 void WriteArchiveJson(C_JsonWriter& json, C_KOfdArchive& archive, const std::vector<Selection>& selections,
@@ -271,7 +304,7 @@ void WriteArchiveJson(C_JsonWriter& json, C_KOfdArchive& archive, const std::vec
     json.Key("size").Number(member.GetSize());
     json.Key("date").Number(member.GetHeader().GetDate());
     json.Key("object");
-    WriteObjectJson(json, *entry.pDocument, C_ByteView(), ObjectJsonParts());
+    WriteObjectJson(json, *entry.pDocument, C_ByteView(), entry.parts);
     json.EndObject();
   }
   json.EndArray();
@@ -279,8 +312,10 @@ void WriteArchiveJson(C_JsonWriter& json, C_KOfdArchive& archive, const std::vec
 }
 
 // The whole document is read before its first byte is written: a failure writes nothing.
-int RunDumpJson(const std::string& sPath, const std::vector<Selection>& selections, bool bContents, bool bLines) {
-  return RunReporting(sPath, [&] {
+int RunDumpJson(const std::string& sGiven, const std::vector<Selection>& selections, bool bContents, bool bLines,
+                C_JsonWriter* pShared) {
+  return RunReporting(ShownName(sGiven), [&] {
+    const std::string sPath = OpenedPath(sGiven);
     C_File probe;
     probe.AttachPath(sPath.c_str(), 0);
     const FileKind kind = KindOfFile(sPath);
@@ -289,7 +324,8 @@ int RunDumpJson(const std::string& sPath, const std::vector<Selection>& selectio
     std::vector<BYTE> vBytes;
     const bool bWhole = selections.empty();
     const bool bRaw = (bWhole && kind == FileKind::kOther) || AnySelection(selections, [](Selector s) { return s == Selector::kRaw; });
-    const bool bObject = (bWhole && kind == FileKind::kObject) || AnySelection(selections, IsObjectSelector);
+    const bool bInMembers = SelectsInMembers(kind, selections);
+    const bool bObject = (bWhole && kind == FileKind::kObject) || (AnySelection(selections, IsObjectSelector) && !bInMembers);
     const bool bArchive = (bWhole && kind == FileKind::kArchive) || AnySelection(selections, IsArchiveSelector);
     if (bContents && kind != FileKind::kObject) Fail("--contents shows the bytes of an object; this is no object", E_INVALIDARG);
     if (bLines && (kind != FileKind::kObject || bRaw || bArchive)) Fail("--json-lines lists the items of an object; this is no object (use --json)", E_INVALIDARG);
@@ -321,15 +357,15 @@ int RunDumpJson(const std::string& sPath, const std::vector<Selection>& selectio
       }
       for (DWORD i : vIndexes) {
         C_KArcObjectMember& member = archive->MemberAt(i);
-        I_KOfdELF* pElf = nullptr;
-        const HRESULT hr = member.GetDocument(&pElf);
-        if (hr != S_OK || !pElf) ThrowLibraryError(false, hr != S_OK ? hr : E_POINTER, member.GetName());
-        members.push_back({&member, pElf});
+        C_KOfdELF& document = MemberDocument(member);
+        members.push_back({&member, &document, bInMembers ? ObjectParts(document, selections, false) : ObjectJsonParts()});
       }
     }
-    C_JsonWriter json(stdout, bLines);
+    std::optional<C_JsonWriter> own;
+    if (!pShared) own.emplace(stdout, bLines);
+    C_JsonWriter& json = pShared ? *pShared : *own;
     json.BeginDocument("dump");
-    json.Name("file", sPath);
+    json.Name("file", sGiven);
     json.Key("kind").String(kind == FileKind::kObject ? "object" : kind == FileKind::kArchive ? "archive" : "unknown");
     if (bLines) {
       // The document's opening is the first line; the object's items follow, one a line.
@@ -362,9 +398,9 @@ int RunDumpJson(const std::string& sPath, const std::vector<Selection>& selectio
 
 void RegisterDump(CLI::App& app, CommandResult& result) {
   CLI::App* command = app.add_subcommand("dump", "Write the text dumps of FILE: without a selector its header listings and every section, else what the selectors name, in their order");
-  auto path = std::make_shared<std::string>();
+  auto paths = std::make_shared<std::vector<std::string>>();
   auto sections = std::make_shared<std::vector<std::string>>();
-  command->add_option("FILE", *path, "The object, archive or other file to dump")->required();
+  command->add_option("FILE", *paths, "The object, archive or other file to dump (- for standard input); several are each headed by their name")->required();
   CLI::Option* fileHeader = command->add_flag("--file-header", "The ELF header listing");
   CLI::Option* programHeaders =
       command->add_flag("--program-headers", "The program header listing (a failure when there is none)");
@@ -377,7 +413,7 @@ void RegisterDump(CLI::App& app, CommandResult& result) {
   CLI::Option* linkerMember = command->add_flag("--linker-member", "An archive's linker member");
   CLI::Option* nameMember = command->add_flag("--name-member", "An archive's name member");
   auto members = std::make_shared<std::vector<std::string>>();
-  CLI::Option* member = command->add_option("--member", *members, "An archive member's header and object, by name; repeatable")
+  CLI::Option* member = command->add_option("--member", *members, "An archive member's header and object, by name; repeatable. With --file-header, --program-headers, --section-headers or --section: those of the member's object, as of the member extracted")
                             ->type_name("NAME")
                             ->expected(1)
                             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -403,11 +439,17 @@ void RegisterDump(CLI::App& app, CommandResult& result) {
       if (pOption == raw) selections.push_back({Selector::kRaw, {}});
     }
     if (*contents && !*json && !*lines) {
-      fprintf(stderr, "kofd dump: --contents needs --json or --json-lines\nRun with --help for more information.\n");
-      result.status = kExitUsage;
+      result.status = UsageFailure("dump", "--contents needs --json or --json-lines");
       return;
     }
-    result.status = *json || *lines ? RunDumpJson(*path, selections, *contents, *lines) : RunDump(*path, selections);
+    if (*lines && paths->size() > 1) {
+      result.status = UsageFailure("dump", "--json-lines shows one object; give one FILE");
+      return;
+    }
+    const bool bJson = *json || *lines;
+    result.status = RunEachFile(*paths, "dump", bJson, [&](const std::string& sGiven, C_JsonWriter* pJson) {
+      return bJson ? RunDumpJson(sGiven, selections, *contents, *lines, pJson) : RunDump(sGiven, selections);
+    });
   });
 }
 

@@ -155,8 +155,7 @@ std::vector<Edit> ParseEdits(const EditOptions& options) {
 }
 
 int UsageFailure(const std::string& sCommand, const UsageError& error) {
-  fprintf(stderr, "kofd %s: %s\nRun with --help for more information.\n", sCommand.c_str(), EscapeText(error.sText).c_str());
-  return kExitUsage;
+  return cli::UsageFailure(sCommand, EscapeText(error.sText));
 }
 
 // Failures name the file they concern; the image's refusals quote names from the file, so they

@@ -8,6 +8,7 @@
 #include "escape.h"
 #include "frame/exports.h"
 #include "frame/file.h"
+#include "input_file.h"
 #include "json_result.h"
 #include "object/kofd_elf.h"
 #include "present/names.h"
@@ -70,8 +71,9 @@ bool ReadObjectSummary(I_Unknown* pDocument, const std::string& sPath, ObjectSum
 void PrintObjectSummary(const ObjectSummary& summary) {
   if (summary.bHeader) printf("chip: %s\ntype: %s\n", ChipName(summary.dwChip).c_str(), FileTypeName(summary.wType));
   printf("sections: %u\n", static_cast<unsigned>(summary.dwSectionCount));
+  if (!summary.vSections.empty()) printf("  %5s  %-16s %-8s %10s\n", "index", "name", "type", "size");
   for (const SectionSummary& section : summary.vSections) {
-    printf("  %5u  %-16s %-8s %10u\n", static_cast<unsigned>(section.dwIndex), EscapeText(section.sName).c_str(),
+    printf("  %5u  %-16s %-8s 0x%08x\n", static_cast<unsigned>(section.dwIndex), EscapeText(section.sName).c_str(),
            SectionTypeName(section.dwType), static_cast<unsigned>(section.dwSize));
   }
   printf("symbols: %u\n", static_cast<unsigned>(summary.dwSymbols));
@@ -100,8 +102,10 @@ void WriteObjectSummary(C_JsonWriter& json, const ObjectSummary& summary) {
   json.EndObject();
 }
 
-int RunInfo(const std::string& sPath, bool bJson) {
-  return RunReporting(sPath, [&] {
+int RunInfo(const std::string& sGiven, bool bJson, C_JsonWriter* pShared) {
+  const std::string sShown = ShownName(sGiven);
+  return RunReporting(sShown, [&] {
+    const std::string sPath = OpenedPath(sGiven);
     // Attaching takes the size and turns an unreadable file into a message that says why.
     C_File file;
     file.AttachPath(sPath.c_str(), 0);
@@ -109,7 +113,7 @@ int RunInfo(const std::string& sPath, bool bJson) {
     const DWORD dwSizeLow = file.GetSize(&dwSizeHigh);
 
     std::unique_ptr<I_Factory, FactoryDeleter> factory(CreateFactory());
-    if (!factory) return ReportFailure(sPath, E_OUTOFMEMORY);
+    if (!factory) return ReportFailure(sShown, E_OUTOFMEMORY);
     I_Unknown* pDocument = nullptr;
     const char* pszInterface = nullptr;
     HRESULT hr = S_FALSE;
@@ -124,24 +128,25 @@ int RunInfo(const std::string& sPath, bool bJson) {
     } else if (hr == S_FALSE) {
       pszKind = "neither a KELF object nor an archive";
     } else {
-      return ReportFailure(sPath, hr);
+      return ReportFailure(sShown, hr);
     }
     ObjectSummary summary;
     if (!bJson) {
-      printf("%s: %s\n", EscapeText(sPath).c_str(), pszKind);
+      printf("%s: %s\n", EscapeText(sShown).c_str(), pszKind);
       if (pDocument && ReadObjectSummary(pDocument, sPath, &summary)) PrintObjectSummary(summary);
       return 0;
     }
     const bool bSummary = pDocument && ReadObjectSummary(pDocument, sPath, &summary);
-    C_JsonWriter json(stdout);
+    C_FileJson target(pShared);
+    C_JsonWriter& json = *target;
     json.BeginDocument("info");
-    json.Name("file", sPath);
+    json.Name("file", sGiven);
     json.Key("kind").String(pszJsonKind);
     json.Key("object");
     if (bSummary) WriteObjectSummary(json, summary);
     else json.Null();
     json.EndObject();
-    return FinishJson(json, sPath);
+    return FinishJson(json, sShown);
   });
 }
 
@@ -150,13 +155,16 @@ int RunInfo(const std::string& sPath, bool bJson) {
 void RegisterInfo(CLI::App& app, CommandResult& result) {
   CLI::App* command = app.add_subcommand("info", "Say whether FILE is a KELF object, an archive or neither, and summarise an object");
   struct Options {
-    std::string sPath;
+    std::vector<std::string> vPaths;
     bool bJson = false;
   };
   auto options = std::make_shared<Options>();
-  command->add_option("FILE", options->sPath, "The file to inspect")->required();
-  command->add_flag("--json", options->bJson, JsonHelp("info"));
-  command->callback([options, &result] { result.status = RunInfo(options->sPath, options->bJson); });
+  command->add_option("FILE", options->vPaths, "The files to inspect (- for standard input); several are each headed by their name")->required();
+  command->add_flag("--json", options->bJson, JsonHelp("info") + "; several files make one document of their documents");
+  command->callback([options, &result] {
+    result.status = RunEachFile(options->vPaths, "info", options->bJson,
+                                [&](const std::string& sGiven, C_JsonWriter* pJson) { return RunInfo(sGiven, options->bJson, pJson); });
+  });
 }
 
 }  // namespace cli

@@ -8,6 +8,7 @@
 #include "analyze/layout.h"
 #include "commands.h"
 #include "escape.h"
+#include "input_file.h"
 #include "json_result.h"
 #include "report.h"
 
@@ -66,7 +67,7 @@ void PrintLayout(const FileLayout& layout, const std::string& sIndent) {
     for (std::size_t nPart : range.vOwners) sOwners += (sOwners.empty() ? "" : ", ") + Describe(layout.vParts[nPart]);
     if (range.nOwners > range.vOwners.size()) sOwners += ", and " + std::to_string(range.nOwners - range.vOwners.size()) + " more";
     if (range.nOwners > 1) sOwners = "OVERLAP: " + sOwners;
-    printf("%s%s-%s %10llu  %s\n", sIndent.c_str(), Hex8(range.qwFrom).c_str(), Hex8(range.qwTo).c_str(),
+    printf("%s%s-%s 0x%08llx  %s\n", sIndent.c_str(), Hex8(range.qwFrom).c_str(), Hex8(range.qwTo).c_str(),
            static_cast<unsigned long long>(range.qwTo - range.qwFrom), sOwners.c_str());
     for (const auto& nested : layout.vNested) {
       if (layout.vParts[nested.nPart].qwFrom == range.qwFrom &&
@@ -135,8 +136,8 @@ void WriteLayout(C_JsonWriter& json, const FileLayout& layout) {
 }
 
 int RunLayout(const LayoutOptions& options) {
-  return RunFinding(options.sPath, [&] {
-    const FileLayout layout = kofd_analyze::LayoutFile(options.sPath.c_str());
+  return RunFinding(ShownName(options.sPath), [&] {
+    const FileLayout layout = kofd_analyze::LayoutFile(OpenedPath(options.sPath).c_str());
     if (!layout.bKnown) Fail("neither a KELF object nor an archive: it begins with no \\x7fELF or !<arch> magic");
     const int status = layout.FlagCount() == 0 ? 0 : kExitFound;
     if (options.bJson) {
@@ -150,7 +151,7 @@ int RunLayout(const LayoutOptions& options) {
       if (!json.Finish()) Fail("standard output cannot be written");
       return status;
     }
-    printf("%s: %s of %llu bytes, %zu flagged\n", EscapeText(options.sPath).c_str(), layout.bArchive ? "archive" : "object",
+    printf("%s: %s of 0x%08llx bytes, %zu flagged\n", EscapeText(ShownName(options.sPath)).c_str(), layout.bArchive ? "archive" : "object",
            static_cast<unsigned long long>(layout.qwSize), layout.FlagCount());
     PrintLayout(layout, "");
     if (fflush(stdout) != 0) Fail("standard output cannot be written");
@@ -164,7 +165,7 @@ void RegisterLayout(CLI::App& app, CommandResult& result) {
   CLI::App* command = app.add_subcommand(
       "layout", "Show who owns every byte of a KELF object or archive, flagging overlaps and parts past the end");
   auto options = std::make_shared<LayoutOptions>();
-  command->add_option("FILE", options->sPath, "The KELF object or archive (read leniently: a damaged file is laid out too)")->required();
+  command->add_option("FILE", options->sPath, "The KELF object or archive (read leniently: a damaged file is laid out too; - for standard input)")->required();
   command->add_flag("--json", options->bJson, JsonHelp("layout"));
   command->footer("Exit status: 0 when the file is covered without overlap or part past the end, 1 when any is flagged, 2 on trouble.");
   command->callback([options, &result] { result.status = RunLayout(*options); });

@@ -10,6 +10,7 @@
 #include "archive/object_member.h"
 #include "commands.h"
 #include "escape.h"
+#include "input_file.h"
 #include "frame/error.h"
 #include "json_result.h"
 #include "object_file.h"
@@ -137,12 +138,13 @@ std::vector<const kofd_analyze::MapRange*> Shown(const ObjectMap& object, bool b
 }
 
 int RunMap(const MapOptions& options, bool bAddress, DWORD dwAddress) {
-  return RunFinding(options.sPath, [&] {
+  return RunFinding(ShownName(options.sPath), [&] {
+    const std::string sPath = OpenedPath(options.sPath);
     std::vector<ObjectMap> objects;
-    const FileKind kind = KindOfFile(options.sPath);
+    const FileKind kind = KindOfFile(sPath);
     if (kind == FileKind::kArchive) {
       C_KOfdArchive archive;
-      OpenArchive(archive, options.sPath);
+      OpenArchive(archive, sPath);
       DWORD dwCount = 0;
       archive.GetMemberCount(&dwCount);
       for (DWORD i = 0; i < dwCount; ++i) {
@@ -158,7 +160,7 @@ int RunMap(const MapOptions& options, bool bAddress, DWORD dwAddress) {
         objects.push_back(std::move(object));
       }
     } else {
-      std::unique_ptr<C_KOfdELF4> document = OpenObject(options.sPath);
+      std::unique_ptr<C_KOfdELF4> document = OpenObject(sPath);
       ObjectMap object;
       object.map = kofd_analyze::BuildAddressMap(*document);
       objects.push_back(std::move(object));
@@ -222,7 +224,7 @@ void RegisterMap(CLI::App& app, CommandResult& result) {
   CLI::App* command = app.add_subcommand(
       "map", "Map addresses to source lines from the line, source-line and stab tables, with banks and share-ROM words");
   auto options = std::make_shared<MapOptions>();
-  command->add_option("FILE", options->sPath, "The KELF object, or an archive of them (each member mapped)")->required();
+  command->add_option("FILE", options->sPath, "The KELF object, or an archive of them (each member mapped); - for standard input")->required();
   command->add_option("--addr", options->sAddress, "Answer one address (decimal or 0x hexadecimal, 32-bit) as FILE:LINE and its bank");
   command->add_flag("--json", options->bJson, JsonHelp("map"));
   command->footer("Exit status: 0 when the map was shown or the address found, 1 when nothing maps, 2 on trouble.");
@@ -230,9 +232,8 @@ void RegisterMap(CLI::App& app, CommandResult& result) {
     DWORD dwAddress = 0;
     const bool bAddress = command->count("--addr") > 0;
     if (bAddress && !ParseAddress(options->sAddress, &dwAddress)) {
-      fprintf(stderr, "kofd map: --addr %s is not a 32-bit address (decimal or 0x hexadecimal)\n",
-              EscapeText(options->sAddress).c_str());
-      result.status = kExitUsage;
+      result.status =
+          UsageFailure("map", "--addr " + EscapeText(options->sAddress) + " is not a 32-bit address (decimal or 0x hexadecimal)");
       return;
     }
     result.status = RunMap(*options, bAddress, dwAddress);

@@ -13,6 +13,7 @@
 #include "frame/error.h"
 #include "frame/fileio.h"
 #include "frame/replacing_file.h"
+#include "input_file.h"
 #include "json_result.h"
 #include "json_object.h"
 #include "object_file.h"
@@ -24,7 +25,9 @@ namespace cli {
 namespace {
 
 struct RelocOptions {
-  std::string sPath;
+  std::vector<std::string> vFiles;
+  std::string sMember;  // of an archive FILE: the member whose object is listed
+  std::string sPath;    // the file being worked on, as the tool opens it
   std::string sSection;
   std::string sApply;
   std::string sOutput;
@@ -192,8 +195,39 @@ void WritePatchedCopy(const RelocOptions& options, const std::vector<Patch>& pat
   output.Commit();
 }
 
-int RunReloc(const RelocOptions& options) {
+// The object whose relocations are listed: FILE itself, or its member --member names.
+struct OpenedObject {
+  std::unique_ptr<C_KOfdELF4> object;
+  std::unique_ptr<C_KOfdArchive> archive;
+  C_KOfdELF4* pDocument = nullptr;
+};
+
+void OpenRelocObject(const RelocOptions& options, OpenedObject& opened) {
+  if (options.sMember.empty()) {
+    if (KindOfFile(options.sPath) == FileKind::kArchive) Fail("an archive: name the member to list with --member NAME", KE_NOT_OBJECT_FILE);
+    opened.object = OpenObject(options.sPath);
+    opened.pDocument = opened.object.get();
+    return;
+  }
+  if (KindOfFile(options.sPath) != FileKind::kArchive) ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, options.sPath.c_str());
+  opened.archive = std::make_unique<C_KOfdArchive>();
+  OpenArchive(*opened.archive, options.sPath);
+  DWORD dwIndex = 0;
+  const HRESULT hr = opened.archive->FindMember(options.sMember.c_str(), &dwIndex);
+  if (hr != S_OK) Fail("no member named " + EscapeText(options.sMember), hr);
+  C_KArcObjectMember& member = opened.archive->MemberAt(dwIndex);
+  I_KOfdELF* pElf = nullptr;
+  const HRESULT hrDocument = member.GetDocument(&pElf);
+  if (hrDocument != S_OK || !pElf) ThrowLibraryError(false, hrDocument != S_OK ? hrDocument : E_POINTER, member.GetName());
+  opened.pDocument = dynamic_cast<C_KOfdELF4*>(pElf);
+  if (!opened.pDocument) Fail("member " + EscapeText(options.sMember) + " has no object to list", E_POINTER);
+}
+
+int RunReloc(const RelocOptions& given, const std::string& sGiven, C_JsonWriter* pShared) {
+  RelocOptions options = given;
+  options.sPath = ShownName(sGiven);
   return RunReporting(options.sPath, [&] {
+    options.sPath = OpenedPath(sGiven);
     // OUT is locked before anything is read, so that two runs writing it take turns.
     std::unique_ptr<C_ReplacingFile> output;
     try {
@@ -201,18 +235,22 @@ int RunReloc(const RelocOptions& options) {
     } catch (const C_Exception& error) {
       return ReportFailure(options.sOutput, error);
     }
-    std::unique_ptr<C_KOfdELF4> document = OpenObject(options.sPath);
+    OpenedObject opened;
+    OpenRelocObject(options, opened);
+    C_KOfdELF4* document = opened.pDocument;
     std::vector<DWORD> indexes;
     if (!SelectTables(*document, options, &indexes)) return kExitFailure;
     if (options.sApply.empty() && options.bJson) {
-      C_JsonWriter json(stdout);
+      C_FileJson target(pShared);
+      C_JsonWriter& json = *target;
       json.BeginDocument("reloc");
-      json.Name("file", options.sPath);
+      json.Name("file", sGiven);
+      if (!options.sMember.empty()) json.Name("member", options.sMember);
       json.Key("sections").BeginArray();
       for (DWORD dwIndex : indexes) WriteTable(*document, dwIndex, json);
       json.EndArray();
       json.EndObject();
-      return FinishJson(json, options.sPath);
+      return FinishJson(json, ShownName(sGiven));
     }
     if (options.sApply.empty()) {
       ListingWriter out;
@@ -255,7 +293,7 @@ int RunReloc(const RelocOptions& options) {
     if (!options.bJson) return 0;
     C_JsonWriter json(stdout);
     json.BeginDocument("reloc");
-    json.Name("file", options.sPath);
+    json.Name("file", sGiven);
     json.Name("output", options.sOutput);
     json.Key("mode").Named(dwMode, options.sApply);
     json.Key("sections").BeginArray();
@@ -270,7 +308,7 @@ int RunReloc(const RelocOptions& options) {
     }
     json.EndArray();
     json.EndObject();
-    return FinishJson(json, options.sPath);
+    return FinishJson(json, ShownName(sGiven));
   });
 }
 
@@ -279,15 +317,25 @@ int RunReloc(const RelocOptions& options) {
 void RegisterReloc(CLI::App& app, CommandResult& result) {
   CLI::App* command = app.add_subcommand("reloc", "List the relocations of type 22 with their values and expressions, or apply them");
   auto options = std::make_shared<RelocOptions>();
-  command->add_option("FILE", options->sPath, "The KELF object")->required();
-  command->add_option("--section", options->sSection, "One relocation section, by index or name (ignoring case)");
+  command->add_option("FILE", options->vFiles, "The KELF objects (- for standard input); several are each headed by their name")
+      ->required();
+  command->add_option("--section", options->sSection, "One relocation section, by index or name (ignoring case)")->type_name("SEL");
+  command->add_option("--member", options->sMember, "Of an archive FILE: list the relocations of this member's object")->type_name("NAME");
   CLI::Option* apply = command->add_option("--apply", options->sApply, "Apply the relocations; Offset counts bytes, 16-bit or 32-bit units")
                            ->check(CLI::IsMember({"byte", "half", "word"}));
   CLI::Option* output = command->add_option("-o", options->sOutput, "Where to write the relocated copy of FILE");
   command->add_flag("--json", options->bJson, JsonHelp("reloc"));
   apply->needs(output);
   output->needs(apply);
-  command->callback([options, &result] { result.status = RunReloc(*options); });
+  command->callback([options, &result] {
+    if (!options->sApply.empty() && (options->vFiles.size() > 1 || !options->sMember.empty())) {
+      result.status = UsageFailure("reloc", "--apply writes the copy of one object file: give one FILE and no --member");
+      return;
+    }
+    result.status = RunEachFile(options->vFiles, "reloc", options->bJson, [&](const std::string& sGiven, C_JsonWriter* pJson) {
+      return RunReloc(*options, sGiven, pJson);
+    });
+  });
 }
 
 }  // namespace cli

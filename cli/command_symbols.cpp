@@ -9,6 +9,7 @@
 #include "analyzed_file.h"
 #include "commands.h"
 #include "escape.h"
+#include "input_file.h"
 #include "json_result.h"
 #include "present/names.h"
 #include "report.h"
@@ -17,16 +18,18 @@ namespace cli {
 namespace {
 
 struct SymbolsOptions {
-  std::string sPath;
+  std::vector<std::string> vFiles;
   bool bDefined = false;
   bool bUndefined = false;
   bool bJson = false;
 };
 
-void WriteSymbolsJson(const SymbolsOptions& options, bool bArchive, const std::vector<kofd_analyze::ListedSymbol>& symbols) {
-  C_JsonWriter json(stdout);
+void WriteSymbolsJson(const std::string& sGiven, C_JsonWriter* pShared, bool bArchive,
+                      const std::vector<kofd_analyze::ListedSymbol>& symbols) {
+  C_FileJson target(pShared);
+  C_JsonWriter& json = *target;
   json.BeginDocument("symbols");
-  json.Name("file", options.sPath);
+  json.Name("file", sGiven);
   json.Key("symbols").BeginArray();
   for (const kofd_analyze::ListedSymbol& s : symbols) {
     json.BeginObject();
@@ -61,20 +64,16 @@ void PrintSymbols(bool bArchive, const AnalyzedFile& file, const std::vector<kof
   }
 }
 
-int RunSymbols(const SymbolsOptions& options) {
-  if (options.bDefined && options.bUndefined) {
-    fprintf(stderr, "kofd symbols: give at most one of --defined and --undefined\n");
-    return kExitUsage;
-  }
-  return RunReporting(options.sPath, [&] {
+int RunSymbols(const SymbolsOptions& options, const std::string& sGiven, C_JsonWriter* pShared) {
+  return RunReporting(ShownName(sGiven), [&] {
     AnalyzedFile file;
-    OpenForAnalysis(options.sPath, file, false);  // the listing reads documents only
+    OpenForAnalysis(OpenedPath(sGiven), file, false);  // the listing reads documents only
     const kofd_analyze::SymbolFilter filter = options.bDefined     ? kofd_analyze::SymbolFilter::kDefined
                                               : options.bUndefined ? kofd_analyze::SymbolFilter::kUndefined
                                                                    : kofd_analyze::SymbolFilter::kAll;
     const std::vector<kofd_analyze::ListedSymbol> symbols = kofd_analyze::ListSymbols(file.objects, filter);
     const bool bArchive = file.kind == FileKind::kArchive;
-    if (options.bJson) WriteSymbolsJson(options, bArchive, symbols);
+    if (options.bJson) WriteSymbolsJson(sGiven, pShared, bArchive, symbols);
     else PrintSymbols(bArchive, file, symbols);
     return 0;
   });
@@ -88,11 +87,20 @@ void RegisterSymbols(CLI::App& app, CommandResult& result) {
       "List the symbols of an object or of every member of an archive, as nm does: value, size, class letter "
       "(U A C T D R N, lowercase when local, W/w weak) and name");
   auto options = std::make_shared<SymbolsOptions>();
-  command->add_option("FILE", options->sPath, "The KELF object or archive")->required();
+  command->add_option("FILE", options->vFiles, "The KELF objects or archives (- for standard input); several are each headed by their name")
+      ->required();
   command->add_flag("--defined", options->bDefined, "List only the defined symbols");
   command->add_flag("--undefined", options->bUndefined, "List only the undefined symbols (section 0 or 0xFFFF)");
   command->add_flag("--json", options->bJson, JsonHelp("symbols"));
-  command->callback([options, &result] { result.status = RunSymbols(*options); });
+  command->callback([options, &result] {
+    if (options->bDefined && options->bUndefined) {
+      result.status = UsageFailure("symbols", "give at most one of --defined and --undefined");
+      return;
+    }
+    result.status = RunEachFile(options->vFiles, "symbols", options->bJson, [&](const std::string& sGiven, C_JsonWriter* pJson) {
+      return RunSymbols(*options, sGiven, pJson);
+    });
+  });
 }
 
 }  // namespace cli

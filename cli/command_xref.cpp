@@ -10,6 +10,7 @@
 #include "analyzed_file.h"
 #include "commands.h"
 #include "escape.h"
+#include "input_file.h"
 #include "json_result.h"
 #include "report.h"
 
@@ -113,12 +114,12 @@ int RunUnreferenced(const XrefOptions& options, const AnalyzedFile& file) {
 int RunXref(const XrefOptions& options) {
   const int nModes = !options.sSymbol.empty() + options.bUndefined + options.bUnreferenced;
   if (nModes != 1) {
-    fprintf(stderr, "kofd xref: give exactly one of SYMBOL, --undefined and --unreferenced\n");
+    UsageFailure("xref", "give exactly one of SYMBOL, --undefined and --unreferenced");
     return kExitUsage;
   }
-  return RunFinding(options.sPath, [&] {
+  return RunFinding(ShownName(options.sPath), [&] {
     AnalyzedFile file;
-    OpenForAnalysis(options.sPath, file, false);  // the analyses read documents only
+    OpenForAnalysis(OpenedPath(options.sPath), file, false);  // the analyses read documents only
     if (options.bUndefined) return RunUndefined(options, file);
     if (options.bUnreferenced) return RunUnreferenced(options, file);
     return RunReferences(options, file);
@@ -133,7 +134,7 @@ void RegisterXref(CLI::App& app, CommandResult& result) {
       "The relocations whose expressions name SYMBOL (exit 1 when none does), or with --undefined / --unreferenced "
       "the symbols nothing defines / the globals nothing names (exit 1 when there are any)");
   auto options = std::make_shared<XrefOptions>();
-  command->add_option("FILE", options->sPath, "The KELF object or archive")->required();
+  command->add_option("FILE", options->sPath, "The KELF object or archive (- for standard input)")->required();
   command->add_option("SYMBOL", options->sSymbol, "The symbol's name (letter case counts)");
   command->add_flag("--undefined", options->bUndefined, "List the symbols expressions name that no object defines");
   command->add_flag("--unreferenced", options->bUnreferenced, "List the defined global symbols no expression names");

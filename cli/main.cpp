@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "frame/exports.h"
+#include "help_format.h"
 #include "report.h"
 
 int main(int argc, char** argv) {
@@ -18,6 +19,9 @@ int main(int argc, char** argv) {
   bool bVersion = false;
   app.add_flag("--version", bVersion, "Print the library's banner and exit");
   app.require_subcommand(0, 1);
+  // Subcommands take both from the tool as they are made.
+  app.formatter(std::make_shared<cli::C_HelpFormatter>());
+  app.failure_message(cli::FailureMessage);
 
   cli::CommandResult result;
   cli::RegisterInfo(app, result);
@@ -57,7 +61,7 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (app.get_subcommands().empty()) {
-    fprintf(stderr, "%s", app.help().c_str());
+    fprintf(stderr, "kofd: no command given\n%s", app.help().c_str());
     return cli::kExitUsage;
   }
   return result.status;

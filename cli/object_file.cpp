@@ -2,11 +2,13 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "escape.h"
 #include "frame/fileio.h"
 #include "frame/text.h"
 #include "report.h"
+#include "suggest.h"
 
 namespace cli {
 
@@ -42,7 +44,15 @@ I_KOfdSection* SelectSection(C_KOfdELF& document, const std::string& sSelector) 
   std::uint64_t qwIndex = 0;
   if (!kofd_text::SelectorIndex(sSelector, &qwIndex)) {
     const HRESULT hr = document.FindSectionIndex(sSelector.c_str(), &dwIndex);
-    if (hr != S_OK) Fail("no section named " + EscapeText(sSelector), hr);
+    if (hr != S_OK) {
+      // The nearest name, when one is close enough to be the one meant.
+      std::vector<std::string> vNames;
+      DWORD dwCount = 0;
+      document.GetSectionCount(&dwCount);
+      for (DWORD i = 0; i < dwCount; ++i) vNames.push_back(SectionName(document, i));
+      const std::string sNearest = NearestName(sSelector, vNames);
+      Fail("no section named " + EscapeText(sSelector) + (sNearest.empty() ? "" : "; did you mean \"" + EscapeText(sNearest) + "\"?"), hr);
+    }
   } else {
     DWORD dwCount = 0;
     document.GetSectionCount(&dwCount);

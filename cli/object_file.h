@@ -24,8 +24,9 @@ void OpenArchive(C_KOfdArchive& archive, const std::string& sPath);
 
 // The section that sSelector names: by index when it is all digits (of any length), else by name
 // ignoring case (the first match). A section without a class is null. Naming none throws the
-// document's code with words that say so: "no section 99, the object has 16 (0x800403f1)".
-// A section that fails to read throws the document's failure.
+// document's code with words that say so: "no section 99, the object has 16 (0x800403f1)"; a
+// name that is near one of the object's names is followed by "; did you mean ".text"?". A
+// section that fails to read throws the document's failure.
 I_KOfdSection* SelectSection(C_KOfdELF& document, const std::string& sSelector);
 
 // The section's name, "" when it has none.

@@ -1,6 +1,8 @@
 #include "report.h"
 
 #include <cstdio>
+#include <utility>
+#include <vector>
 
 #include "frame/error.h"
 
@@ -20,10 +22,48 @@ int ReportOutOfMemory(const std::string& sFile) {
   return ReportFailure(sFile, record);
 }
 
+namespace {
+std::vector<std::pair<std::string, std::string>>& ShownPaths() {
+  static std::vector<std::pair<std::string, std::string>> paths;
+  return paths;
+}
+}  // namespace
+
+void ShowPathAs(const std::string& sOpened, const std::string& sShown) { ShownPaths().emplace_back(sOpened, sShown); }
+
+std::string OneLine(const std::string& sMessage) {
+  std::string sLine;
+  for (std::size_t i = 0; i < sMessage.size();) {
+    const char ch = sMessage[i];
+    if (ch == '\n' || ch == '\r') {
+      // The blanks before the break and after it go with it.
+      while (!sLine.empty() && (sLine.back() == ' ' || sLine.back() == '\t')) sLine.pop_back();
+      while (i < sMessage.size() && (sMessage[i] == '\n' || sMessage[i] == '\r' || sMessage[i] == ' ' || sMessage[i] == '\t')) ++i;
+      if (!sLine.empty() && i < sMessage.size()) sLine += ' ';
+      continue;
+    }
+    sLine += ch;
+    ++i;
+  }
+  for (const auto& path : ShownPaths()) {
+    for (std::size_t at = 0; (at = sLine.find(path.first, at)) != std::string::npos; at += path.second.size()) {
+      sLine.replace(at, path.first.size(), path.second);
+    }
+  }
+  return sLine;
+}
+
 int ReportFailure(const std::string& sFile, const std::string& sMessage) {
   fflush(stdout);
-  fprintf(stderr, "kofd: %s: %s\n", sFile.c_str(), sMessage.c_str());
+  fprintf(stderr, "kofd: %s: %s\n", OneLine(sFile).c_str(), OneLine(sMessage).c_str());
   return kExitFailure;
+}
+
+int UsageFailure(const std::string& sCommand, const std::string& sText) {
+  fflush(stdout);
+  fprintf(stderr, "kofd: %s: %s\nRun kofd %s --help for more information.\n", sCommand.c_str(), OneLine(sText).c_str(),
+          sCommand.c_str());
+  return kExitUsage;
 }
 
 std::string FormatCode(HRESULT hrCode) {

@@ -1,4 +1,5 @@
-// How the tool reports a failure: "kofd: FILE: MESSAGE" on standard error, exit status 1.
+// How the tool reports a failure: "kofd: FILE: MESSAGE" on standard error, exit status 1; and a
+// usage error: "kofd: CMD: TEXT", exit status 2.
 #pragma once
 
 #include <exception>
@@ -20,8 +21,17 @@ int ReportFailure(const std::string& sFile, HRESULT hrCode);
 int ReportFailure(const std::string& sFile, const std::string& sWhat, HRESULT hrCode);
 // MESSAGE is the library's out-of-memory text.
 int ReportOutOfMemory(const std::string& sFile);
-// MESSAGE is the tool's own text.
+// MESSAGE is the tool's own text. Every failure is one line: a line break in MESSAGE (the
+// library puts one before the system's text) and the blanks around it become one blank.
 int ReportFailure(const std::string& sFile, const std::string& sMessage);
+// sMessage as one line, with every path the tool opened in the place of a given name (standard
+// input's copy) shown as that name.
+std::string OneLine(const std::string& sMessage);
+// Records that the tool opens sOpened where the user named sShown: messages show sShown.
+void ShowPathAs(const std::string& sOpened, const std::string& sShown);
+
+// A usage error found by a command itself: "kofd: CMD: TEXT" and a hint, exit 2.
+int UsageFailure(const std::string& sCommand, const std::string& sText);
 // A bare code as the messages show it: 0x%08x.
 std::string FormatCode(HRESULT hrCode);
 // sWhat followed by the code: "no section 99, the object has 16 (0x800403f1)".

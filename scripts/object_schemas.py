@@ -103,12 +103,18 @@ archive = obj({
     "members": {"type": "array", "items": member}}, [])
 head_props = dict({"schema": {"const": "kofd/1"}, "command": {"const": "dump"},
                    "kind": {"enum": ["object", "archive", "unknown"]}}, **named_key("file"))
+# Several FILEs make one document whose "files" are the documents each file alone gives.
+dump_document = obj(dict(head_props, object=OBJECT, archive=archive,
+                         raw=obj({"size": {"type": "integer", "minimum": 0}, "bytes": ref("hex")})),
+                    ["schema", "command", "file", "kind"])
 schemas["kofd-dump.schema.json"] = {
-    "$schema": DRAFT, "$id": BASE + "kofd-dump.schema.json", "title": "kofd/1: kofd dump --json",
-    **obj(dict(head_props, object=OBJECT, archive=archive,
-               raw=obj({"size": {"type": "integer", "minimum": 0}, "bytes": ref("hex")})),
-          ["schema", "command", "file", "kind"]),
-    "$defs": dict(common, string_record=string_record)}
+    "$schema": DRAFT, "$id": BASE + "kofd-dump.schema.json",
+    "title": "kofd/1: kofd dump --json (several FILEs: one document of their documents)",
+    "oneOf": [{"$ref": "#/$defs/document"},
+              obj({"schema": {"const": "kofd/1"}, "command": {"const": "dump"},
+                   "files": {"type": "array", "items": {"$ref": "#/$defs/document"}}},
+                  ["schema", "command", "files"])],
+    "$defs": dict(common, string_record=string_record, document=dump_document)}
 
 # One line of kofd dump --json-lines: the opening, or one item with its "record" kind.
 line_kinds = []

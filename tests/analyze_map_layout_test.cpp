@@ -204,7 +204,7 @@ TEST(CliMapLayout, AnswersWithTheExitStatusOfWhatItFound) {
   EXPECT_EQ(Kofd(dir, "map " + Quoted(sSample) + " --addr 1280").status, 1);
   run = Kofd(dir, "map " + Quoted(sSample) + " --addr 0x100000000");
   EXPECT_EQ(run.status, 2);
-  EXPECT_NE(run.err.find("kofd map: "), std::string::npos);
+  EXPECT_NE(run.err.find("kofd: map: "), std::string::npos);
   EXPECT_EQ(Kofd(dir, "map " + Quoted(dir.Path("absent.o"))).status, 2);
   // An object without line tables: nothing maps.
   ObjectBuilder bare;

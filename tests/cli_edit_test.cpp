@@ -92,7 +92,7 @@ TEST(CliEdit, RemovingRenumbersWhatRelocationsNameAndAddingAppends) {
   EXPECT_EQ(reloc.removed, std::vector<std::string>{"section 14 .relxeb.text"});
   EXPECT_EQ(reloc.added, std::vector<std::string>{"section 13 .relxeb.text"});
   const std::string sInfo = Kofd(dir, "info " + Quoted(sOut)).out;
-  EXPECT_NE(sInfo.find("     15  .more            Prgbit            4\n"), std::string::npos) << sInfo;
+  EXPECT_NE(sInfo.find("     15  .more            Prgbit   0x00000004\n"), std::string::npos) << sInfo;
   EXPECT_NE(sInfo.find("symbols: 15\n"), std::string::npos) << sInfo;
   const std::string sSymbols = Kofd(dir, "dump " + Quoted(sOut) + " --section .symtab").out;
   EXPECT_NE(sSymbols.find(" [14]       10        0  NoType Global"), std::string::npos) << sSymbols;

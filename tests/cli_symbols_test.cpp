@@ -56,7 +56,7 @@ TEST(CliSymbols, ListsTheSamplesAsTheGoldenTextShowsThem) {
   run = Kofd(dir, "symbols --defined --undefined examples/sample.o", sCd);
   EXPECT_EQ(run.status, 2);
   EXPECT_EQ(run.out, "");
-  EXPECT_NE(run.err.find("kofd symbols: "), std::string::npos);
+  EXPECT_NE(run.err.find("kofd: symbols: "), std::string::npos);
   run = Kofd(dir, "symbols " + Quoted(dir.Path("absent.o")));
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out, "");

@@ -56,11 +56,12 @@ TEST(Cli, InfoSummarisesAnObjectAndReportsADamagedOne) {
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out, sPath + ": KELF object\n"
                      "chip: K1a2b\ntype: RELOCATABLE\nsections: 5\n"
-                     "      0                   Inact             0\n"
-                     "      1  .text            Prgbit            8\n"
-                     "      2  .symtab          Symtab           32\n"
-                     "      3  .symstrtab       Strtab            6\n"
-                     "      4  .shstrtab        Strtab           36\n"
+                     "  index  name             type           size\n"
+                     "      0                   Inact    0x00000000\n"
+                     "      1  .text            Prgbit   0x00000008\n"
+                     "      2  .symtab          Symtab   0x00000020\n"
+                     "      3  .symstrtab       Strtab   0x00000006\n"
+                     "      4  .shstrtab        Strtab   0x00000024\n"
                      "symbols: 2\n");
 
   const std::string sDamaged = dir.Write("damaged.o", "\x7F" "ELF\x01\x01\x01 and no header");

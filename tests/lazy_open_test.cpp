@@ -137,7 +137,7 @@ TEST(LazyOpen, HeaderListingsAndInfoShowADamagedSectionsObjectAndItsDumpFailsAsT
   EXPECT_NE(headers.out.find("  [4]    Line "), std::string::npos) << headers.out;
   const Outcome info = Kofd(dir, "info " + Quoted(sPath));
   EXPECT_EQ(info.status, 0) << info.err;
-  EXPECT_NE(info.out.find("      1  .text            Prgbit            8\n"), std::string::npos) << info.out;
+  EXPECT_NE(info.out.find("      1  .text            Prgbit   0x00000008\n"), std::string::npos) << info.out;
   EXPECT_NE(info.out.find("symbols: 2\n"), std::string::npos) << info.out;
   const Outcome infoJson = Kofd(dir, "info --json " + Quoted(sPath));
   EXPECT_EQ(infoJson.status, 0) << infoJson.err;

@@ -10,7 +10,7 @@ and \\xHH one byte, so that names which are not valid UTF-8 can be given. For ea
   - the exit status is the one expected;
   - after exit 0 (or exit 1 with a document: ar find's "no", a question's "found"), standard output is exactly one JSON document,
     no byte before or after it, no key twice in an object, valid UTF-8, its first keys "schema",
-    "command", "file", and it is valid against docs/schema/SCHEMA_FILE;
+    "command", "file" ("files" for several files), and it is valid against docs/schema/SCHEMA_FILE;
   - after any other failure standard output is empty and standard error says "kofd: ...";
   - with GOLDEN, the document equals tests/golden/json/GOLDEN once parsed, the data and temporary
     directories in its strings read as @DATA@ and @TMP@.
@@ -147,8 +147,9 @@ def run_case(kofd, fields, validators, tmp_dir):
         pairs = parse_document(done.stdout)
     except ValueError as error:
         return "standard output is not one JSON document: %s" % error
-    if not isinstance(pairs, Pairs) or [k for k, _ in pairs[:3]] != ["schema", "command", "file"]:
-        return "the document does not open with schema, command, file"
+    # Several FILEs make one document of their documents: "files" in the place of "file".
+    if not isinstance(pairs, Pairs) or [k for k, _ in pairs[:3]] not in (["schema", "command", "file"], ["schema", "command", "files"]):
+        return "the document does not open with schema, command, file (or files)"
     document = as_plain(pairs)
     errors = sorted(validators[schema_name].iter_errors(document), key=lambda e: list(e.absolute_path))
     if errors:
