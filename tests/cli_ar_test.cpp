@@ -1,8 +1,11 @@
 // kofd ar, run as a user runs it: listings, refusals, and changes that succeed whole or not at all.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "archive_objects.h"
 #include "archive_writer.h"
@@ -29,6 +32,15 @@ std::size_t FilesIn(const TempDir& dir) {
   std::size_t n = 0;
   for (const auto& entry : std::filesystem::directory_iterator(dir.Path(""))) n += entry.is_regular_file();
   return n;
+}
+
+// The peak resident size of kofd run with sArguments in dir, in KiB, as /usr/bin/time measures
+// it (a small process of its own that starts the tool: a process forked from the test itself
+// would count the test's pages); -1 when the tool does not exit 0.
+long PeakKiB(const TempDir& dir, const std::string& sArguments) {
+  const Outcome outcome = RunShell(dir, "cd " + Quoted(dir.Path("")) + " && /usr/bin/time -f %M -o peak " +
+                                            Quoted(KOFD_CLI_PATH) + " " + sArguments);
+  return outcome.status == 0 ? std::stol(TempDir::Read(dir.Path("peak"))) : -1;
 }
 
 }  // namespace
@@ -131,4 +143,28 @@ TEST(CliAr, JsonFailsWholeOnADamagedLinkerMember) {
     EXPECT_EQ(outcome.err, "kofd: lib.a: the linker member gives symbol ghost no member of the archive\n") << pszArguments;
   }
   EXPECT_EQ(objects.Ar("find alpha --json").out, "{\"schema\":\"kofd/1\",\"command\":\"ar find\",\"file\":\"lib.a\",\"symbol\":\"alpha\",\"member\":\"a.o\"}");
+}
+
+// The members a change keeps are copied from the old file a block at a time: adding to or
+// removing from an archive of two 24 MiB members holds neither of them.
+TEST(CliAr, ChangesToALargeArchiveHoldNoMemberWhole) {
+  if (access("/usr/bin/time", X_OK) != 0) GTEST_SKIP() << "no /usr/bin/time";
+  TempDir dir;
+  const Objects objects(dir);
+  const std::size_t nMember = 24u << 20;
+  {
+    kelf_test::ArchiveBuilder builder;
+    builder.AddMember("big1.o", kelf_test::Bytes(nMember, 0x11));
+    builder.AddMember("big2.o", kelf_test::Bytes(nMember + 1, 0x22));
+    builder.WriteFile(dir.Path("lib.a"));
+  }
+  const long lAdd = PeakKiB(dir, "ar lib.a add a.o");
+  EXPECT_GT(lAdd, 0);
+  EXPECT_LT(lAdd, 20 * 1024) << "kofd ar add held " << lAdd << " KiB";
+  const long lRemove = PeakKiB(dir, "ar lib.a remove big1.o");
+  EXPECT_GT(lRemove, 0);
+  EXPECT_LT(lRemove, 20 * 1024) << "kofd ar remove held " << lRemove << " KiB";
+  const std::string sAfter = TempDir::Read(dir.Path("lib.a"));
+  EXPECT_EQ(objects.Ar("list").out, "0\t25165825\tbig2.o\n1\t" + std::to_string(TempDir::Read(objects.a).size()) + "\ta.o\n");
+  EXPECT_EQ(sAfter.find(std::string(nMember + 1, 0x22)) + nMember + 1 + 60 + TempDir::Read(objects.a).size(), sAfter.size());
 }

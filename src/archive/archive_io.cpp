@@ -77,8 +77,78 @@ void C_KArcWriter::Put(const void* pData, DWORD dwSize, const char* pszContext) 
   m_dwUsed += dwSize;
 }
 
+DWORD C_KArcWriter::PutFrom(HANDLE hSource, DWORD dwSize, const char* pszContext) {
+  constexpr DWORD kCopyBlock = 1024 * 1024;
+  if (m_vBuffer.empty()) m_vBuffer.resize(kCopyBlock);
+  DWORD dwDone = 0;
+  while (dwDone < dwSize) {
+    if (m_dwUsed == m_vBuffer.size()) Flush();
+    if (m_dwUsed == 0) m_sContext = pszContext;
+    const DWORD dwRoom = static_cast<DWORD>(m_vBuffer.size()) - m_dwUsed;
+    const DWORD dwWanted = dwSize - dwDone < dwRoom ? dwSize - dwDone : dwRoom;
+    DWORD dwRead = 0;
+    if (!platform::FileRead(hSource, m_vBuffer.data() + m_dwUsed, dwWanted, &dwRead)) {
+      ThrowLibraryError(true, KE_READ_FAILED, pszContext);
+    }
+    if (dwRead == 0) break;
+    m_dwUsed += dwRead;
+    dwDone += dwRead;
+  }
+  return dwDone;
+}
+
 void C_KArcWriter::Flush() {
   const DWORD dwUsed = m_dwUsed;
   m_dwUsed = 0;
   Z_Write(m_vBuffer.data(), dwUsed, m_sContext.c_str());
+}
+
+C_KArcSources::Source& C_KArcSources::Z_Open(const std::string& sPath) {
+  for (Source& source : m_vSources) {
+    if (source.sPath == sPath) return source;
+  }
+  // The oldest file but the first (the archive itself, as a rule) makes room.
+  if (m_vSources.size() >= kOpenSources) {
+    Source& oldest = m_vSources[1];
+    const HANDLE hFile = oldest.hFile;
+    const std::string sOld = oldest.sPath;
+    m_vSources.erase(m_vSources.begin() + 1);
+    if (!platform::FileClose(hFile)) ThrowLibraryError(true, KE_CLOSE_FAILED, sOld.c_str());
+  }
+  m_vSources.reserve(kOpenSources);
+  Source source;
+  source.sPath = sPath;
+  if (OpenFileForRead(sPath.c_str(), &source.hFile) != S_OK) ThrowLibraryError(true, KE_OPEN_FAILED, sPath.c_str());
+  if (!platform::FileSize(source.hFile, &source.qwSize)) {
+    platform::FileClose(source.hFile);
+    ThrowLibraryError(true, KE_OPEN_FAILED, sPath.c_str());
+  }
+  m_vSources.push_back(source);
+  return m_vSources.back();
+}
+
+std::uint64_t C_KArcSources::SizeOf(const std::string& sPath) { return Z_Open(sPath).qwSize; }
+
+void C_KArcSources::Copy(const std::string& sPath, std::uint64_t qwOffset, DWORD dwSize, C_KArcWriter& writer,
+                         const char* pszContext) {
+  if (dwSize == 0) return;
+  Source& source = Z_Open(sPath);
+  if (!platform::FileSeek(source.hFile, qwOffset)) ThrowLibraryError(true, KE_READ_FAILED, pszContext);
+  if (writer.PutFrom(source.hFile, dwSize, pszContext) != dwSize) {
+    platform::SetEndOfFileError();
+    ThrowLibraryError(true, KE_READ_FAILED, pszContext);
+  }
+}
+
+C_KArcSources::~C_KArcSources() {
+  for (Source& source : m_vSources) platform::FileClose(source.hFile);
+}
+
+void C_KArcSources::Close() {
+  std::string sFailed;
+  for (Source& source : m_vSources) {
+    if (!platform::FileClose(source.hFile) && sFailed.empty()) sFailed = source.sPath;
+  }
+  m_vSources.clear();
+  if (!sFailed.empty()) ThrowLibraryError(true, KE_CLOSE_FAILED, sFailed.c_str());
 }
