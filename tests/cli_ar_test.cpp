@@ -158,6 +158,15 @@ TEST(CliAr, ChangesToALargeArchiveHoldNoMemberWhole) {
     builder.AddMember("big2.o", kelf_test::Bytes(nMember + 1, 0x22));
     builder.WriteFile(dir.Path("lib.a"));
   }
+  // A write that fails inside a member copied by the system leaves the archive as it was.
+  const std::string sBefore = TempDir::Read(dir.Path("lib.a"));
+  const Outcome limited = objects.Ar("add a.o", "ulimit -f 30000 && ");
+  EXPECT_NE(limited.status, 0);
+  EXPECT_EQ(limited.err.rfind("kofd: lib.a: error 1015: failed to write to file specified(", 0), 0u) << limited.err;
+  EXPECT_NE(limited.err.find("System Error: File too large"), std::string::npos) << limited.err;
+  EXPECT_EQ(FilesIn(dir), 7u) << "the temporary file was left behind";  // 4 objects, lib.a, stdout, stderr
+  EXPECT_TRUE(TempDir::Read(dir.Path("lib.a")) == sBefore);
+
   const long lAdd = PeakKiB(dir, "ar lib.a add a.o");
   EXPECT_GT(lAdd, 0);
   EXPECT_LT(lAdd, 20 * 1024) << "kofd ar add held " << lAdd << " KiB";

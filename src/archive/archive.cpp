@@ -301,6 +301,7 @@ void C_KOfdArchive::Z_CheckSources(C_KArcSources& sources) {
 
 std::vector<std::uint64_t> C_KOfdArchive::Z_Write(HANDLE hFile, const char* pszName, C_KArcSources& sources) {
   C_KArcWriter writer(hFile, kWriteBuffer);
+  writer.StartWriteBackAsItGoes();
   writer.Put(kMagic, kMagicSize, pszName);
   m_LinkMember.Write(writer);
   m_NameMember.Write(writer);

@@ -6,6 +6,14 @@
 #include "frame/fileio.h"
 #include "platform/platform.h"
 
+namespace {
+
+// Members at least this large are copied inside the system: the copy then saves more than the
+// write of the buffer in front of it costs.
+constexpr DWORD kSystemCopy = 256 * 1024;
+
+}  // namespace
+
 C_KArcReadWindow::C_KArcReadWindow(I_File* pFile, DWORD dwWindowSize) : m_pFile(pFile) {
   m_vWindow.resize(dwWindowSize);
 }
@@ -64,6 +72,31 @@ void C_KArcWriter::Z_Write(const void* pData, DWORD dwSize, const char* pszConte
   if (WriteFileBlock(m_hFile, pData, 1, dwSize) != S_OK) {
     ThrowLibraryError(true, KE_WRITE_FAILED, pszContext);
   }
+  Z_Written(dwSize);
+}
+
+void C_KArcWriter::Z_Written(DWORD dwSize) {
+  constexpr std::uint64_t kWriteBackStep = 16u << 20;
+  m_qwWritten += dwSize;
+  if (!m_bWriteBack || m_qwWritten - m_qwHanded < kWriteBackStep) return;
+  // Only a hint: a system that refuses it still syncs everything at the end.
+  platform::FileStartWriteBack(m_hFile, m_qwHanded, m_qwWritten - m_qwHanded);
+  m_qwHanded = m_qwWritten;
+}
+
+DWORD C_KArcWriter::CopyFrom(HANDLE hSource, DWORD dwSize, const char* pszContext) {
+  if (m_bCopyUnsupported || dwSize == 0) return PutFrom(hSource, dwSize, pszContext);
+  Flush();
+  DWORD dwCopied = 0;
+  if (platform::FileCopy(hSource, m_hFile, dwSize, &dwCopied)) {
+    Z_Written(dwCopied);
+    return dwCopied;
+  }
+  if (dwCopied == 0 && platform::LastSystemError() == platform::kErrorCopyUnsupported) {
+    m_bCopyUnsupported = true;
+    return PutFrom(hSource, dwSize, pszContext);
+  }
+  ThrowLibraryError(true, KE_WRITE_FAILED, pszContext);
 }
 
 void C_KArcWriter::Put(const void* pData, DWORD dwSize, const char* pszContext) {
@@ -134,7 +167,10 @@ void C_KArcSources::Copy(const std::string& sPath, std::uint64_t qwOffset, DWORD
   if (dwSize == 0) return;
   Source& source = Z_Open(sPath);
   if (!platform::FileSeek(source.hFile, qwOffset)) ThrowLibraryError(true, KE_READ_FAILED, pszContext);
-  if (writer.PutFrom(source.hFile, dwSize, pszContext) != dwSize) {
+  // Small members gather in the buffer; a large one is copied inside the system where it can.
+  const DWORD dwCopied = dwSize >= kSystemCopy ? writer.CopyFrom(source.hFile, dwSize, pszContext)
+                                               : writer.PutFrom(source.hFile, dwSize, pszContext);
+  if (dwCopied != dwSize) {
     platform::SetEndOfFileError();
     ThrowLibraryError(true, KE_READ_FAILED, pszContext);
   }

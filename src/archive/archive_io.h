@@ -71,13 +71,26 @@ class C_KArcWriter {
   // buffer of the copy block is made when the writer has none). The count put is what the file
   // gave: less than dwSize when it ended first. A failed read throws 1016 with pszContext.
   DWORD PutFrom(HANDLE hSource, DWORD dwSize, const char* pszContext);
+  // The same, copied inside the system where it can copy between the two files (what the buffer
+  // holds is written first), else through the buffer; a failed write throws 1015 with
+  // pszContext, a failed read 1016.
+  DWORD CopyFrom(HANDLE hSource, DWORD dwSize, const char* pszContext);
+  // For a writer that starts at the beginning of its file: every 16 MiB written are handed to
+  // the disk at once (FileStartWriteBack), so that the sync at the end has little left to do.
+  void StartWriteBackAsItGoes() { m_bWriteBack = true; }
   // Writes what the buffer holds; the owner calls it once the last block is put.
   void Flush();
 
  private:
   void Z_Write(const void* pData, DWORD dwSize, const char* pszContext);
+  // Counts bytes that reached the file, handing each full 16 MiB to the disk when asked to.
+  void Z_Written(DWORD dwSize);
 
   HANDLE m_hFile;
+  bool m_bWriteBack = false;
+  bool m_bCopyUnsupported = false;
+  std::uint64_t m_qwWritten = 0;
+  std::uint64_t m_qwHanded = 0;
   std::vector<BYTE> m_vBuffer;
   DWORD m_dwUsed = 0;
   std::string m_sContext;
