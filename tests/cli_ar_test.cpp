@@ -36,11 +36,15 @@ std::size_t FilesIn(const TempDir& dir) {
 
 // The peak resident size of kofd run with sArguments in dir, in KiB, as /usr/bin/time measures
 // it (a small process of its own that starts the tool: a process forked from the test itself
-// would count the test's pages); -1 when the tool does not exit 0.
-long PeakKiB(const TempDir& dir, const std::string& sArguments) {
+// would count the test's pages); -1 when the tool does not exit with status.
+long PeakKiB(const TempDir& dir, const std::string& sArguments, int status = 0) {
   const Outcome outcome = RunShell(dir, "cd " + Quoted(dir.Path("")) + " && /usr/bin/time -f %M -o peak " +
                                             Quoted(KOFD_CLI_PATH) + " " + sArguments);
-  return outcome.status == 0 ? std::stol(TempDir::Read(dir.Path("peak"))) : -1;
+  // The last line: a status other than 0 puts "Command exited with non-zero status N" first.
+  std::string sPeak = TempDir::Read(dir.Path("peak"));
+  while (!sPeak.empty() && sPeak.back() == '\n') sPeak.pop_back();
+  sPeak = sPeak.substr(sPeak.find_last_of('\n') == std::string::npos ? 0 : sPeak.find_last_of('\n') + 1);
+  return outcome.status == status && !sPeak.empty() ? std::stol(sPeak) : -1;
 }
 
 }  // namespace
@@ -176,4 +180,20 @@ TEST(CliAr, ChangesToALargeArchiveHoldNoMemberWhole) {
   const std::string sAfter = TempDir::Read(dir.Path("lib.a"));
   EXPECT_EQ(objects.Ar("list").out, "0\t25165825\tbig2.o\n1\t" + std::to_string(TempDir::Read(objects.a).size()) + "\ta.o\n");
   EXPECT_EQ(sAfter.find(std::string(nMember + 1, 0x22)) + nMember + 1 + 60 + TempDir::Read(objects.a).size(), sAfter.size());
+
+  // check (and its fix), replace and extract walk the file and copy the members the same way.
+  const long lCheck = PeakKiB(dir, "ar lib.a check --fix", 1);
+  EXPECT_GT(lCheck, 1000);
+  EXPECT_LT(lCheck, 20 * 1024) << "kofd ar check --fix held " << lCheck << " KiB";
+  const long lReplace = PeakKiB(dir, "ar lib.a replace a.o");
+  EXPECT_GT(lReplace, 0);
+  EXPECT_LT(lReplace, 20 * 1024) << "kofd ar replace held " << lReplace << " KiB";
+  std::filesystem::create_directory(dir.Path("out"));
+  const long lExtract = PeakKiB(dir, "ar lib.a extract big2.o -C out");
+  EXPECT_GT(lExtract, 0);
+  EXPECT_LT(lExtract, 20 * 1024) << "kofd ar extract held " << lExtract << " KiB";
+  EXPECT_TRUE(TempDir::Read(dir.Path("out/big2.o")) == std::string(nMember + 1, 0x22));
+  const std::string sFixed = TempDir::Read(dir.Path("lib.a"));
+  EXPECT_EQ(sFixed.find(std::string(nMember + 1, 0x22)) + nMember + 1 + 60 + TempDir::Read(objects.a).size(), sFixed.size());
+  EXPECT_EQ(sFixed.substr(sFixed.size() - TempDir::Read(objects.a).size()), TempDir::Read(objects.a));
 }
