@@ -10,9 +10,11 @@
 #include <vector>
 
 #include "archive/archive.h"
+#include "archive/archive_check.h"
 #include "archive/archive_io.h"
 #include "archive_objects.h"
 #include "frame/fileio.h"
+#include "frame/replacing_file.h"
 #include "archive_writer.h"
 #include "frame_temp_dir.h"
 
@@ -196,4 +198,52 @@ TEST(KOfdArchiveStream, AFileShortenedBeforeItsBytesAreCopiedFailsTheWriteAndCha
     EXPECT_EQ(error.Code(), KE_READ_FAILED);
   }
   EXPECT_EQ(TempDir::Read(sLibrary), sOld.substr(0, sOld.size() - 10));
+}
+
+// The check's rebuild copies the members the same way: a replacement that shrinks before the
+// rebuild fails it with its path, the archive untouched; one that stays rebuilds byte for byte.
+TEST(KArcImageStream, ARebuildCopiesMembersFromTheirFilesAndRefusesAShrunkOne) {
+  TempDir dir;
+  const Members old = OldMembers();
+  const std::string sLibrary = WriteArchive(dir, old);
+  const std::string sOld = TempDir::Read(sLibrary);
+  const Bytes replacement = BigObject("odd", kBlock + 3);
+  const std::string sReplacement = dir.Write("odd.o", AsString(replacement));
+  {
+    C_ReplacingFile output(sLibrary.c_str());
+    C_KArcImage image;
+    image.Read(sLibrary.c_str());
+    ASSERT_EQ(image.Members().size(), 3u);
+    image.ReplaceMember(1, sReplacement.c_str());
+    ASSERT_EQ(::truncate(sReplacement.c_str(), static_cast<off_t>(replacement.size() / 2)), 0);
+    try {
+      image.Rebuild(output);
+      ADD_FAILURE() << "the rebuild succeeded";
+    } catch (const C_Exception& error) {
+      EXPECT_EQ(error.Code(), KE_READ_FAILED);
+      EXPECT_NE(error.Message().find(sReplacement), std::string::npos) << error.Message();
+    }
+  }
+  EXPECT_EQ(TempDir::Read(sLibrary), sOld);
+  EXPECT_EQ(FilesIn(dir), 2u) << "the temporary file was left behind";
+
+  dir.Write("odd.o", AsString(replacement));
+  {
+    C_ReplacingFile output(sLibrary.c_str());
+    C_KArcImage image;
+    image.Read(sLibrary.c_str());
+    image.ReplaceMember(1, sReplacement.c_str());
+    image.Rebuild(output);
+    output.Commit();
+  }
+  C_KArcImage rebuilt;
+  rebuilt.Read(sLibrary.c_str());
+  ASSERT_EQ(rebuilt.Members().size(), 3u);
+  const std::string sNew = TempDir::Read(sLibrary);
+  const Bytes* expected[] = {&old.vData[0], &replacement, &old.vData[2]};
+  for (std::size_t i = 0; i < 3; ++i) {
+    const S_KArcImageMember& member = rebuilt.Members()[i];
+    EXPECT_EQ(sNew.substr(member.qwDataAt, member.dwSize), AsString(*expected[i])) << i;
+  }
+  EXPECT_EQ(rebuilt.Members()[2].qwDataAt + rebuilt.Members()[2].dwSize, sNew.size());
 }
