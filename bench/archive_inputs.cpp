@@ -1,8 +1,11 @@
 // Writes the inputs of bench/archive_bench.sh: MEMBERS KELF objects of SYMBOLS global functions
 // each into DIR/kelf, and their twins, standard ELF32 objects with the same code and symbols,
-// into DIR/elf; plus one more object of each kind, extra.o, for the add benchmarks.
+// into DIR/elf; plus one more object of each kind, extra.o, for the add benchmarks. With CODE, each
+// object's code section is CODE bytes long (at least the functions'), for archives of large
+// members (bench/archive_stream_bench.sh).
 //
-// Usage: kofd_bench_archive_inputs DIR MEMBERS SYMBOLS
+// Usage: kofd_bench_archive_inputs DIR MEMBERS SYMBOLS [CODE]
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -21,10 +24,15 @@ std::string FunctionName(unsigned nMember, unsigned nSymbol) {
   return szName;
 }
 
+// The code section's size in bytes: the functions', or more when asked for.
+std::uint32_t g_codeSize = 0;
+
 Bytes Code(unsigned nMember, unsigned nSymbols) {
   Bytes code;
   std::uint32_t x = nMember * 2654435761u + 1;
-  for (unsigned i = 0; i < nSymbols * kFunctionSize / 4; ++i) Append32(code, x = x * 1664525u + 1013904223u);
+  const std::uint32_t words = std::max<std::uint32_t>(nSymbols * kFunctionSize, g_codeSize) / 4;
+  code.reserve(words * 4u);
+  for (std::uint32_t i = 0; i < words; ++i) Append32(code, x = x * 1664525u + 1013904223u);
   return code;
 }
 
@@ -95,12 +103,13 @@ void WriteElf(const std::string& sPath, unsigned nMember, unsigned nSymbols) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) {
-    fprintf(stderr, "usage: kofd_bench_archive_inputs DIR MEMBERS SYMBOLS\n");
+  if (argc != 4 && argc != 5) {
+    fprintf(stderr, "usage: kofd_bench_archive_inputs DIR MEMBERS SYMBOLS [CODE]\n");
     return 2;
   }
   const std::string sDirectory = argv[1];
   const unsigned nMembers = static_cast<unsigned>(atoi(argv[2])), nSymbols = static_cast<unsigned>(atoi(argv[3]));
+  if (argc == 5) g_codeSize = static_cast<std::uint32_t>(strtoul(argv[4], nullptr, 0));
   char szName[32];
   for (unsigned i = 0; i <= nMembers; ++i) {
     if (i < nMembers) snprintf(szName, sizeof szName, "m%04u.o", i);

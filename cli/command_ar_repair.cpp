@@ -198,9 +198,9 @@ int RunExtract(const std::string& sLibrary, const RepairOptions& options) {
       const S_KArcImageMember& member = image.Members()[nMember];
       const std::string sPath = options.sDirectory + "/" + member.sName;
       C_ReplacingFile output(sPath.c_str());
-      if (!member.vData.empty()) output.Write(member.vData.data(), static_cast<DWORD>(member.vData.size()));
+      image.WriteMember(static_cast<DWORD>(nMember), output);
       output.Commit();
-      vWritten.push_back({member.sName, sPath, member.vData.size()});
+      vWritten.push_back({member.sName, sPath, member.dwSize});
     }
     return 0;
   });

@@ -190,6 +190,52 @@ void CheckArchiveSaves(const Exports& dll) {
   if (pObject) pObject->Destroy();
 }
 
+// A 60-byte member header: name field, size, the rest blank.
+std::string MemberHeader(const std::string& sName, unsigned uSize) {
+  std::string sHeader(60, ' ');
+  sHeader.replace(0, sName.size(), sName);
+  const std::string sSize = std::to_string(uSize);
+  sHeader.replace(48, sSize.size(), sSize);
+  sHeader[58] = '\'';
+  sHeader[59] = '\n';
+  return sHeader;
+}
+
+// An archive whose member is larger than the library's copy block and the size it copies inside
+// the system: saved over itself, it copies the member from the file it replaces (Windows reads
+// and writes) and keeps every byte.
+void CheckLargeArchiveSavesOverItself(const Exports& dll) {
+  const unsigned uSize = 3u * 1024 * 1024 + 7;
+  std::string sMember(uSize, '\0');
+  for (unsigned i = 0; i < uSize; ++i) sMember[i] = static_cast<char>((i * 2654435761u) >> 24);
+  const std::string sLink = std::string("\x01\0\0\0\x01\0\0\0", 8) + std::string("\x96\0\0\0\0\0\0\0", 8);
+  const std::string sNames("big.o\0", 6);
+  const std::string sArchive = "!<arch>\n" + MemberHeader("/", 16) + sLink + MemberHeader("/", 6) + sNames +
+                               MemberHeader("0", uSize) + sMember;
+  std::ofstream("large.a", std::ios::binary).write(sArchive.data(), static_cast<std::streamsize>(sArchive.size()));
+  I_Unknown* pObject = dll.pfnCreateInstance("I_KOfdArchive");
+  I_KOfdArchive* pArchive = dynamic_cast<I_KOfdArchive*>(pObject);
+  I_File* pFile = dynamic_cast<I_File*>(pObject);
+  if (pArchive && pFile) {
+    try {
+      pFile->AttachPath("large.a", 0);
+      pArchive->Open();
+      DWORD dwCount = 0;
+      pArchive->GetMemberCount(&dwCount);
+      Check(dwCount == 1 && pArchive->Save() == S_OK && FileBytes("large.a") == sArchive,
+            "an archive of a 3 MiB member saves over itself byte for byte");
+      WIN32_FIND_DATAA found;
+      const HANDLE hFind = FindFirstFileA("large.a.kofd-*", &found);
+      Check(hFind == INVALID_HANDLE_VALUE, "no temporary file is left beside the large archive");
+      if (hFind != INVALID_HANDLE_VALUE) FindClose(hFind);
+    } catch (C_Exception& error) {
+      Check(false, "saving the large archive", error.Message());
+    }
+  }
+  if (pObject) pObject->Destroy();
+  DeleteFileA("large.a");
+}
+
 // An object edited and saved through the library's interfaces, read back by a fresh document:
 // the edits are there, the rest is as it was, and a save without an edit keeps every byte.
 void CheckObjectEditsAndSaves(const Exports& dll) {
@@ -331,6 +377,7 @@ int main(int argc, char** argv) {
     CheckExceptionCrossesBoundary(dll);
     CheckObjectOpens(dll);
     CheckArchiveSaves(dll);
+    CheckLargeArchiveSavesOverItself(dll);
     CheckObjectEditsAndSaves(dll);
     INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_TREEVIEW_CLASSES | ICC_LISTVIEW_CLASSES};
     Check(InitCommonControlsEx(&controls) != FALSE, "common controls load");

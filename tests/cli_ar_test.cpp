@@ -1,8 +1,11 @@
 // kofd ar, run as a user runs it: listings, refusals, and changes that succeed whole or not at all.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "archive_objects.h"
 #include "archive_writer.h"
@@ -29,6 +32,19 @@ std::size_t FilesIn(const TempDir& dir) {
   std::size_t n = 0;
   for (const auto& entry : std::filesystem::directory_iterator(dir.Path(""))) n += entry.is_regular_file();
   return n;
+}
+
+// The peak resident size of kofd run with sArguments in dir, in KiB, as /usr/bin/time measures
+// it (a small process of its own that starts the tool: a process forked from the test itself
+// would count the test's pages); -1 when the tool does not exit with status.
+long PeakKiB(const TempDir& dir, const std::string& sArguments, int status = 0) {
+  const Outcome outcome = RunShell(dir, "cd " + Quoted(dir.Path("")) + " && /usr/bin/time -f %M -o peak " +
+                                            Quoted(KOFD_CLI_PATH) + " " + sArguments);
+  // The last line: a status other than 0 puts "Command exited with non-zero status N" first.
+  std::string sPeak = TempDir::Read(dir.Path("peak"));
+  while (!sPeak.empty() && sPeak.back() == '\n') sPeak.pop_back();
+  sPeak = sPeak.substr(sPeak.find_last_of('\n') == std::string::npos ? 0 : sPeak.find_last_of('\n') + 1);
+  return outcome.status == status && !sPeak.empty() ? std::stol(sPeak) : -1;
 }
 
 }  // namespace
@@ -131,4 +147,53 @@ TEST(CliAr, JsonFailsWholeOnADamagedLinkerMember) {
     EXPECT_EQ(outcome.err, "kofd: lib.a: the linker member gives symbol ghost no member of the archive\n") << pszArguments;
   }
   EXPECT_EQ(objects.Ar("find alpha --json").out, "{\"schema\":\"kofd/1\",\"command\":\"ar find\",\"file\":\"lib.a\",\"symbol\":\"alpha\",\"member\":\"a.o\"}");
+}
+
+// The members a change keeps are copied from the old file a block at a time: adding to or
+// removing from an archive of two 24 MiB members holds neither of them.
+TEST(CliAr, ChangesToALargeArchiveHoldNoMemberWhole) {
+  if (access("/usr/bin/time", X_OK) != 0) GTEST_SKIP() << "no /usr/bin/time";
+  TempDir dir;
+  const Objects objects(dir);
+  const std::size_t nMember = 24u << 20;
+  {
+    kelf_test::ArchiveBuilder builder;
+    builder.AddMember("big1.o", kelf_test::Bytes(nMember, 0x11));
+    builder.AddMember("big2.o", kelf_test::Bytes(nMember + 1, 0x22));
+    builder.WriteFile(dir.Path("lib.a"));
+  }
+  // A write that fails inside a member copied by the system leaves the archive as it was.
+  const std::string sBefore = TempDir::Read(dir.Path("lib.a"));
+  const Outcome limited = objects.Ar("add a.o", "ulimit -f 30000 && ");
+  EXPECT_NE(limited.status, 0);
+  EXPECT_EQ(limited.err.rfind("kofd: lib.a: error 1015: failed to write to file specified(", 0), 0u) << limited.err;
+  EXPECT_NE(limited.err.find("System Error: File too large"), std::string::npos) << limited.err;
+  EXPECT_EQ(FilesIn(dir), 7u) << "the temporary file was left behind";  // 4 objects, lib.a, stdout, stderr
+  EXPECT_TRUE(TempDir::Read(dir.Path("lib.a")) == sBefore);
+
+  const long lAdd = PeakKiB(dir, "ar lib.a add a.o");
+  EXPECT_GT(lAdd, 0);
+  EXPECT_LT(lAdd, 20 * 1024) << "kofd ar add held " << lAdd << " KiB";
+  const long lRemove = PeakKiB(dir, "ar lib.a remove big1.o");
+  EXPECT_GT(lRemove, 0);
+  EXPECT_LT(lRemove, 20 * 1024) << "kofd ar remove held " << lRemove << " KiB";
+  const std::string sAfter = TempDir::Read(dir.Path("lib.a"));
+  EXPECT_EQ(objects.Ar("list").out, "0\t25165825\tbig2.o\n1\t" + std::to_string(TempDir::Read(objects.a).size()) + "\ta.o\n");
+  EXPECT_EQ(sAfter.find(std::string(nMember + 1, 0x22)) + nMember + 1 + 60 + TempDir::Read(objects.a).size(), sAfter.size());
+
+  // check (and its fix), replace and extract walk the file and copy the members the same way.
+  const long lCheck = PeakKiB(dir, "ar lib.a check --fix", 1);
+  EXPECT_GT(lCheck, 1000);
+  EXPECT_LT(lCheck, 20 * 1024) << "kofd ar check --fix held " << lCheck << " KiB";
+  const long lReplace = PeakKiB(dir, "ar lib.a replace a.o");
+  EXPECT_GT(lReplace, 0);
+  EXPECT_LT(lReplace, 20 * 1024) << "kofd ar replace held " << lReplace << " KiB";
+  std::filesystem::create_directory(dir.Path("out"));
+  const long lExtract = PeakKiB(dir, "ar lib.a extract big2.o -C out");
+  EXPECT_GT(lExtract, 0);
+  EXPECT_LT(lExtract, 20 * 1024) << "kofd ar extract held " << lExtract << " KiB";
+  EXPECT_TRUE(TempDir::Read(dir.Path("out/big2.o")) == std::string(nMember + 1, 0x22));
+  const std::string sFixed = TempDir::Read(dir.Path("lib.a"));
+  EXPECT_EQ(sFixed.find(std::string(nMember + 1, 0x22)) + nMember + 1 + 60 + TempDir::Read(objects.a).size(), sFixed.size());
+  EXPECT_EQ(sFixed.substr(sFixed.size() - TempDir::Read(objects.a).size()), TempDir::Read(objects.a));
 }

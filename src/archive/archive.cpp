@@ -18,9 +18,8 @@ constexpr char kMagic[] = "!<arch>\n";
 constexpr DWORD kMagicSize = 8;
 // Version word of the linker member of a new archive.
 constexpr DWORD kNewVersion = 1;
-// Opening reads headers scattered over the file; saving reads every member's bytes in order.
+// Opening reads headers scattered over the file; saving copies the members through one buffer.
 constexpr DWORD kHeaderWindow = 64 * 1024;
-constexpr DWORD kDataWindow = 1024 * 1024;
 constexpr DWORD kWriteBuffer = 1024 * 1024;
 
 // Runs body on an open file and closes the file if body throws.
@@ -290,20 +289,8 @@ void C_KOfdArchive::Z_PlaceMembers() {
 
 // ---- Writing ------------------------------------------------------------------------------
 
-void C_KOfdArchive::Z_LoadAll() {
-  bool bOpened = false;
-  C_KArcReadWindow window(this, kDataWindow);
-  ClosingOnFailure(*this, [&] {
-    for (C_KArcObjectMember* pMember : m_vMembers) {
-      if (pMember->IsLoaded()) continue;
-      if (!bOpened && pMember->GetSource() == GetPath()) {
-        if (C_File::Open(1) != S_OK) ThrowLibraryError(true, KE_OPEN_FAILED, GetPath());
-        bOpened = true;
-      }
-      pMember->Load(bOpened ? &window : nullptr);
-    }
-  });
-  if (bOpened && C_File::Close() != S_OK) ThrowLibraryError(true, KE_CLOSE_FAILED, GetPath());
+void C_KOfdArchive::Z_CheckSources(C_KArcSources& sources) {
+  for (C_KArcObjectMember* pMember : m_vMembers) pMember->CheckSource(sources);
   // The offsets of merged listings are those of the file read; the file written lays the
   // members out anew, and its index must say where.
   if (m_bMerged) {
@@ -312,8 +299,9 @@ void C_KOfdArchive::Z_LoadAll() {
   }
 }
 
-std::vector<std::uint64_t> C_KOfdArchive::Z_Write(HANDLE hFile, const char* pszName) {
+std::vector<std::uint64_t> C_KOfdArchive::Z_Write(HANDLE hFile, const char* pszName, C_KArcSources& sources) {
   C_KArcWriter writer(hFile, kWriteBuffer);
+  writer.StartWriteBackAsItGoes();
   writer.Put(kMagic, kMagicSize, pszName);
   m_LinkMember.Write(writer);
   m_NameMember.Write(writer);
@@ -321,15 +309,16 @@ std::vector<std::uint64_t> C_KOfdArchive::Z_Write(HANDLE hFile, const char* pszN
   std::uint64_t qwAt = kMagicSize + kArcMemberHeaderSize + m_LinkMember.DataSize() + kArcMemberHeaderSize +
                        m_NameMember.GetLength();
   std::vector<std::uint64_t> vDataAt;
+  vDataAt.reserve(m_LinkMember.GetObjectCount() < m_vMembers.size() ? m_LinkMember.GetObjectCount() : m_vMembers.size());
   for (DWORD i = 0; i < m_LinkMember.GetObjectCount(); ++i) {
     if (i >= m_vMembers.size()) {
       writer.Flush();
       ThrowLibraryError(false, KE_OUT_OF_RANGE, "invalid vector subscript");
     }
     C_KArcObjectMember& member = *m_vMembers[i];
-    member.Write(writer);
+    member.WriteCopying(writer, sources);
     vDataAt.push_back(qwAt + kArcMemberHeaderSize);
-    qwAt += kArcMemberHeaderSize + (member.IsLoaded() ? member.GetSize() : 0);
+    qwAt += kArcMemberHeaderSize + member.GetSize();
   }
   writer.Flush();
   return vDataAt;
@@ -348,12 +337,16 @@ HRESULT C_KOfdArchive::SaveAs(const char* pszPath) {
 
 HRESULT C_KOfdArchive::SaveTo(C_ReplacingFile& output) {
   if (GetHandle() && C_File::Close() != S_OK) ThrowLibraryError(true, KE_CLOSE_FAILED, GetPath());
-  // The members keep no handle on the old file, which the rename unlinks: read them all first.
+  // The bytes of members not held are copied from their files (the old archive among them,
+  // which the output keeps locked) as the new file is written, a block at a time; every file is
+  // looked at before the first byte is written, and closed before the rename.
+  C_KArcSources sources;
   ThrowIfRecorded(GuardAllocation(*this, [&] {
-    Z_LoadAll();
+    Z_CheckSources(sources);
     return S_OK;
   }), *this);
-  const std::vector<std::uint64_t> vDataAt = Z_Write(output.Handle(), output.Target().c_str());
+  const std::vector<std::uint64_t> vDataAt = Z_Write(output.Handle(), output.Target().c_str(), sources);
+  sources.Close();
   output.Commit();
   // The members written over the document's own file are read from their new places from now on.
   if (output.Target() == GetPath()) {

@@ -122,10 +122,11 @@ class C_KOfdArchive : public virtual I_KOfdArchive, public virtual C_File, publi
   // Lays the members out behind the linker and name members: the linker member's offsets and
   // each member's own follow the sizes, in member order.
   void Z_PlaceMembers();
-  // Loads the bytes of every member that does not hold them yet, before a file is rewritten.
-  void Z_LoadAll();
-  // Writes the whole archive at the handle's position; the data offsets of the members written.
-  std::vector<std::uint64_t> Z_Write(HANDLE hFile, const char* pszName);
+  // Before a file is rewritten: every member's file holds its bytes and the budget its Size.
+  void Z_CheckSources(C_KArcSources& sources);
+  // Writes the whole archive at the handle's position, copying the bytes of members not held
+  // from their files; the data offsets of the members written.
+  std::vector<std::uint64_t> Z_Write(HANDLE hFile, const char* pszName, C_KArcSources& sources);
 
   C_KArcLinkMember m_LinkMember;
   C_KArcNameMember m_NameMember;

@@ -43,23 +43,6 @@ std::string Hex(std::uint64_t qwValue) {
 
 std::string Number(std::uint64_t qwValue) { return std::to_string(qwValue); }
 
-// The whole file; throws the library's open or read failure.
-std::vector<BYTE> ReadWholeFile(const char* pszPath) {
-  FILE* pFile = fopen(pszPath, "rb");
-  if (!pFile) ThrowLibraryError(true, KE_OPEN_FAILED, pszPath);
-  std::vector<BYTE> vBytes;
-  BYTE buffer[65536];
-  for (;;) {
-    const std::size_t n = fread(buffer, 1, sizeof buffer, pFile);
-    vBytes.insert(vBytes.end(), buffer, buffer + n);
-    if (n < sizeof buffer) break;
-  }
-  const bool bFailed = ferror(pFile) != 0;
-  fclose(pFile);
-  if (bFailed) ThrowLibraryError(true, KE_READ_FAILED, pszPath);
-  return vBytes;
-}
-
 // The object at qwBase (qwSize bytes) of pszPath: its defined globals; false when it is no
 // object the library reads.
 bool ReadSymbols(const char* pszPath, std::uint64_t qwBase, std::uint64_t qwSize,
@@ -82,6 +65,28 @@ bool ReadSymbols(const char* pszPath, std::uint64_t qwBase, std::uint64_t qwSize
 bool HeaderEndsWell(const BYTE* pHeader) { return pHeader[58] == '\'' && pHeader[59] == '\n'; }
 
 }  // namespace
+
+// The archive file, open for the walk: its size, and its blocks read through a read-ahead window.
+class C_KArcImage::Reader {
+ public:
+  explicit Reader(const std::string& sPath) : m_window(&m_file, kHeaderWindow) {
+    m_file.Attach(sPath.c_str(), sPath.c_str(), 0, 0, 0);
+    if (m_file.Open(1) != S_OK) ThrowLibraryError(true, KE_OPEN_FAILED, sPath.c_str());
+    if (!platform::FileSize(m_file.GetHandle(), &m_qwSize)) ThrowLibraryError(true, KE_READ_FAILED, sPath.c_str());
+  }
+  ~Reader() { m_file.Close(); }
+  std::uint64_t Size() const { return m_qwSize; }
+  // dwSize bytes at qwAt, which the caller has checked the file holds; 1016 when it no longer does.
+  void Read(std::uint64_t qwAt, void* pOut, DWORD dwSize) {
+    if (!m_window.ReadAt(qwAt, pOut, dwSize)) ThrowLibraryError(true, KE_READ_FAILED, m_file.GetPath());
+  }
+
+ private:
+  static constexpr DWORD kHeaderWindow = 64 * 1024;
+  C_File m_file;
+  C_KArcReadWindow m_window;
+  std::uint64_t m_qwSize = 0;
+};
 
 void CollectDefinedSymbols(I_KOfdELF* pDocument, std::vector<S_KArcDefinedSymbol>* pvSymbols) {
   if (!pDocument || !pvSymbols) return;
@@ -125,10 +130,11 @@ void C_KArcImage::Read(const char* pszPath) {
   m_sPath = pszPath ? pszPath : "";
   m_vFindings.clear();
   m_vMembers.clear();
-  const std::vector<BYTE> vFile = ReadWholeFile(m_sPath.c_str());
-  if (vFile.size() < kMagicSize || memcmp(vFile.data(), kMagic, kMagicSize) != 0) {
-    ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, m_sPath.c_str());
-  }
+  Reader file(m_sPath);
+  BYTE magic[kMagicSize] = {0};
+  if (file.Size() < kMagicSize) ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, m_sPath.c_str());
+  file.Read(0, magic, kMagicSize);
+  if (memcmp(magic, kMagic, kMagicSize) != 0) ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, m_sPath.c_str());
   // The linker and name members must be whole: every member lies behind them.
   C_KArcMemberHeader header;
   std::uint64_t qwAt = kMagicSize;
@@ -137,37 +143,44 @@ void C_KArcImage::Read(const char* pszPath) {
   for (int nSpecial = 0; nSpecial < 2; ++nSpecial) {
     const char* pszWhat = nSpecial == 0 ? "the linker member runs past the end of the file"
                                         : "the name member runs past the end of the file";
-    if (vFile.size() - qwAt < kArcMemberHeaderSize) ThrowLibraryError(false, KE_READ_FAILED, pszWhat);
-    header.Assign(vFile.data() + qwAt);
+    if (file.Size() - qwAt < kArcMemberHeaderSize) ThrowLibraryError(false, KE_READ_FAILED, pszWhat);
+    BYTE bytes[kArcMemberHeaderSize];
+    file.Read(qwAt, bytes, kArcMemberHeaderSize);
+    header.Assign(bytes);
     const std::uint64_t qwSize = header.GetSize();
-    if (vFile.size() - qwAt - kArcMemberHeaderSize < qwSize) ThrowLibraryError(false, KE_READ_FAILED, pszWhat);
-    const BYTE* pData = vFile.data() + qwAt + kArcMemberHeaderSize;
-    if (nSpecial == 0) vIndex.assign(pData, pData + qwSize);
-    else sNames.assign(reinterpret_cast<const char*>(pData), qwSize);
+    if (file.Size() - qwAt - kArcMemberHeaderSize < qwSize) ThrowLibraryError(false, KE_READ_FAILED, pszWhat);
+    std::vector<BYTE> vData(qwSize);
+    file.Read(qwAt + kArcMemberHeaderSize, vData.data(), static_cast<DWORD>(qwSize));
+    if (nSpecial == 0) vIndex = std::move(vData);
+    else sNames.assign(vData.begin(), vData.end());
     qwAt += kArcMemberHeaderSize + qwSize;
   }
   if (!sNames.empty() && sNames.back() != '\0') {
     Z_Find("name-unterminated", "the name member does not end with a NUL: its last name is not terminated");
   }
-  Z_WalkMembers(vFile, qwAt, sNames);
-  Z_CheckIndex(vFile, vIndex);
+  Z_WalkMembers(file, qwAt, sNames);
+  Z_CheckIndex(file, vIndex);
 }
 
-void C_KArcImage::Z_WalkMembers(const std::vector<BYTE>& vFile, std::uint64_t qwAt, const std::string& sNames) {
+void C_KArcImage::Z_WalkMembers(Reader& file, std::uint64_t qwAt, const std::string& sNames) {
   C_KArcMemberHeader header;
   DWORD dwLastSize = 0;
-  while (qwAt < vFile.size()) {
+  const std::uint64_t qwFileSize = file.Size();
+  while (qwAt < qwFileSize) {
     const std::string sAt = "at offset " + Number(qwAt);
-    if (vFile.size() - qwAt < kArcMemberHeaderSize) {
+    if (qwFileSize - qwAt < kArcMemberHeaderSize) {
       Z_Find("member-past-end", "a member header " + sAt + " is cut short by the end of the file");
       return;
     }
-    const BYTE* pHeader = vFile.data() + qwAt;
+    // The header, and the byte behind it for a padding byte in front of the next.
+    BYTE bytes[kArcMemberHeaderSize + 1];
+    const bool bOneMore = qwFileSize - qwAt > kArcMemberHeaderSize;
+    file.Read(qwAt, bytes, kArcMemberHeaderSize + (bOneMore ? 1 : 0));
+    const BYTE* pHeader = bytes;
     if (!HeaderEndsWell(pHeader)) {
       // Archives of other tools pad an odd-sized member with a line feed; members here lie back
       // to back, and the byte is one too many.
-      if ((dwLastSize & 1) && pHeader[0] == '\n' && vFile.size() - qwAt - 1 >= kArcMemberHeaderSize &&
-          HeaderEndsWell(pHeader + 1)) {
+      if ((dwLastSize & 1) && pHeader[0] == '\n' && bOneMore && HeaderEndsWell(pHeader + 1)) {
         Z_Find("member-padding", "a padding byte " + sAt + " follows an odd-sized member; members lie back to back",
                m_vMembers.empty() ? "" : m_vMembers.back().sName);
         ++qwAt;
@@ -196,14 +209,16 @@ void C_KArcImage::Z_WalkMembers(const std::vector<BYTE>& vFile, std::uint64_t qw
     if (member.sName.empty() && dwNameIndex < sNames.size()) Z_Find("name-empty", sIndex + " has an empty name");
     // A member without a name of its own is called after its place.
     if (member.sName.empty()) member.sName = "member" + Number(m_vMembers.size()) + ".o";
-    if (vFile.size() - qwAt - kArcMemberHeaderSize < dwSize) {
+    if (qwFileSize - qwAt - kArcMemberHeaderSize < dwSize) {
       Z_Find("member-past-end", "the " + Number(dwSize) + " bytes of the member " + sAt + " run past the end of the file (" +
-                                    Number(vFile.size()) + " bytes)",
+                                    Number(qwFileSize) + " bytes)",
              member.sName);
       return;
     }
     member.vHeader.assign(pHeader, pHeader + kArcMemberHeaderSize);
-    member.vData.assign(pHeader + kArcMemberHeaderSize, pHeader + kArcMemberHeaderSize + dwSize);
+    member.sSource = m_sPath;
+    member.qwDataAt = qwAt + kArcMemberHeaderSize;
+    member.dwSize = dwSize;
     member.dwHeaderAt = static_cast<DWORD>(qwAt);
     member.bObject = ReadSymbols(m_sPath.c_str(), qwAt + kArcMemberHeaderSize, dwSize, &member.vSymbols);
     if (!member.bObject) Z_Find("member-not-object", "the member's bytes do not read as a KELF object", member.sName);
@@ -213,7 +228,7 @@ void C_KArcImage::Z_WalkMembers(const std::vector<BYTE>& vFile, std::uint64_t qw
   }
 }
 
-void C_KArcImage::Z_CheckIndex(const std::vector<BYTE>& vFile, const std::vector<BYTE>& vIndex) {
+void C_KArcImage::Z_CheckIndex(Reader& file, const std::vector<BYTE>& vIndex) {
   // Version, N and N offsets, S and S member indices, then the names.
   std::uint64_t qwAt = 4;
   std::vector<DWORD> vOffsets, vIndices;
@@ -276,8 +291,10 @@ void C_KArcImage::Z_CheckIndex(const std::vector<BYTE>& vFile, const std::vector
   std::vector<std::pair<std::uint64_t, std::uint64_t>> vExtents;
   C_KArcMemberHeader header;
   for (DWORD dwOffset : vOffsets) {
-    if (vFile.size() < kArcMemberHeaderSize || dwOffset > vFile.size() - kArcMemberHeaderSize) continue;
-    header.Assign(vFile.data() + dwOffset);
+    if (file.Size() < kArcMemberHeaderSize || dwOffset > file.Size() - kArcMemberHeaderSize) continue;
+    BYTE bytes[kArcMemberHeaderSize];
+    file.Read(dwOffset, bytes, kArcMemberHeaderSize);
+    header.Assign(bytes);
     vExtents.emplace_back(dwOffset, static_cast<std::uint64_t>(dwOffset) + kArcMemberHeaderSize + header.GetSize());
   }
   std::sort(vExtents.begin(), vExtents.end());
@@ -289,7 +306,7 @@ void C_KArcImage::Z_CheckIndex(const std::vector<BYTE>& vFile, const std::vector
     }
   }
   for (const auto& extent : vExtents) {
-    if (extent.second > vFile.size()) {
+    if (extent.second > file.Size()) {
       Z_Find("member-past-end", "the member the index places at " + Hex(extent.first) + " runs past the end of the file");
     }
   }
@@ -326,26 +343,33 @@ void C_KArcImage::ReplaceMember(DWORD dwIndex, const char* pszPath) {
   if (dwIndex >= m_vMembers.size()) ThrowLibraryError(false, KE_OUT_OF_RANGE, "when call C_KArcImage::ReplaceMember");
   S_KArcImageMember member;
   member.sName = m_vMembers[dwIndex].sName;
-  member.vData = ReadWholeFile(pszPath);
-  if (member.vData.size() > 0xFFFFFFF0u) ThrowLibraryError(false, KE_OUT_OF_RANGE, pszPath);
-  if (!ReadSymbols(pszPath, 0, member.vData.size(), &member.vSymbols)) {
+  std::uint64_t qwSize = 0;
+  std::int64_t llTime = 0;
+  {
+    // Opened as every read opens: no device, FIFO or file past 4 GiB.
+    C_KArcSources sources;
+    qwSize = sources.SizeOf(pszPath);
+  }
+  if (qwSize > 0xFFFFFFF0u) ThrowLibraryError(false, KE_OUT_OF_RANGE, pszPath);
+  if (!ReadSymbols(pszPath, 0, qwSize, &member.vSymbols)) {
     // The object's own failure, with its words.
     C_KOfdELF4 object;
     object.AttachPath(pszPath, 0);
     object.Read();
   }
   member.bObject = true;
-  std::uint64_t qwSize = 0;
-  std::int64_t llTime = 0;
+  member.sSource = pszPath;
+  member.qwDataAt = 0;
+  member.dwSize = static_cast<DWORD>(qwSize);
   platform::PathStatus(pszPath, &qwSize, &llTime);
   C_KArcMemberHeader header;
   header.Build(true, 0, static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(llTime))), 0,
-               static_cast<DWORD>(member.vData.size()));
+               member.dwSize);
   member.vHeader.assign(header.GetBytes(), header.GetBytes() + kArcMemberHeaderSize);
   m_vMembers[dwIndex] = std::move(member);
 }
 
-std::vector<BYTE> C_KArcImage::RebuiltBytes() const {
+void C_KArcImage::Rebuild(C_ReplacingFile& output) const {
   std::vector<BYTE> vNames;
   std::vector<DWORD> vNameAt;
   for (const S_KArcImageMember& member : m_vMembers) {
@@ -370,41 +394,55 @@ std::vector<BYTE> C_KArcImage::RebuiltBytes() const {
   for (const S_KArcImageMember& member : m_vMembers) {
     if (qwAt > 0xFFFFFFFFu) ThrowLibraryError(false, KE_OUT_OF_RANGE, "when call C_KArcImage::Rebuild");
     PutWord(vIndex, static_cast<DWORD>(qwAt));
-    qwAt += kArcMemberHeaderSize + member.vData.size();
+    qwAt += kArcMemberHeaderSize + member.dwSize;
   }
   PutWord(vIndex, static_cast<DWORD>(vIndices.size()));
   for (DWORD dwMember : vIndices) PutWord(vIndex, dwMember);
   vIndex.insert(vIndex.end(), vSymbolNames.begin(), vSymbolNames.end());
 
-  std::vector<BYTE> vOut(kMagic, kMagic + kMagicSize);
-  vOut.reserve(qwAt);
+  // Every member's file is looked at before the first byte is written.
+  C_KArcSources sources;
+  for (const S_KArcImageMember& member : m_vMembers) {
+    const std::uint64_t qwSize = sources.SizeOf(member.sSource);
+    if (member.qwDataAt > qwSize || member.dwSize > qwSize - member.qwDataAt) {
+      platform::SetEndOfFileError();
+      ThrowLibraryError(true, KE_READ_FAILED, member.sSource.c_str());
+    }
+  }
+  C_KArcWriter writer(output.Handle(), 1024 * 1024);
+  writer.StartWriteBackAsItGoes();
+  const char* pszTarget = output.Target().c_str();
+  writer.Put(kMagic, kMagicSize, pszTarget);
   C_KArcMemberHeader header;
   header.Build(false, 0, 0, 0, static_cast<DWORD>(vIndex.size()));
-  vOut.insert(vOut.end(), header.GetBytes(), header.GetBytes() + kArcMemberHeaderSize);
-  vOut.insert(vOut.end(), vIndex.begin(), vIndex.end());
+  writer.Put(header.GetBytes(), kArcMemberHeaderSize, pszTarget);
+  if (!vIndex.empty()) writer.Put(vIndex.data(), static_cast<DWORD>(vIndex.size()), pszTarget);
   header.Build(false, 0, 0, 0, static_cast<DWORD>(vNames.size()));
-  vOut.insert(vOut.end(), header.GetBytes(), header.GetBytes() + kArcMemberHeaderSize);
-  vOut.insert(vOut.end(), vNames.begin(), vNames.end());
+  writer.Put(header.GetBytes(), kArcMemberHeaderSize, pszTarget);
+  if (!vNames.empty()) writer.Put(vNames.data(), static_cast<DWORD>(vNames.size()), pszTarget);
   for (std::size_t m = 0; m < m_vMembers.size(); ++m) {
     const S_KArcImageMember& member = m_vMembers[m];
     header.Assign(member.vHeader.data());
     header.SetNameIndex(vNameAt[m]);
-    header.SetSize(static_cast<DWORD>(member.vData.size()));
-    std::vector<BYTE> vHeader(header.GetBytes(), header.GetBytes() + kArcMemberHeaderSize);
-    vHeader[58] = '\'';
-    vHeader[59] = '\n';
-    vOut.insert(vOut.end(), vHeader.begin(), vHeader.end());
-    vOut.insert(vOut.end(), member.vData.begin(), member.vData.end());
+    header.SetSize(member.dwSize);
+    BYTE bytes[kArcMemberHeaderSize];
+    memcpy(bytes, header.GetBytes(), kArcMemberHeaderSize);
+    bytes[58] = '\'';
+    bytes[59] = '\n';
+    writer.Put(bytes, kArcMemberHeaderSize, pszTarget);
+    sources.Copy(member.sSource, member.qwDataAt, member.dwSize, writer, member.sSource.c_str());
   }
-  return vOut;
+  writer.Flush();
+  sources.Close();
 }
 
-void C_KArcImage::Rebuild(C_ReplacingFile& output) const {
-  const std::vector<BYTE> vBytes = RebuiltBytes();
-  // In blocks: one write of a size a DWORD holds at a time.
-  constexpr std::size_t kBlock = 1u << 30;
-  for (std::size_t at = 0; at < vBytes.size(); at += kBlock) {
-    const std::size_t n = std::min(kBlock, vBytes.size() - at);
-    output.Write(vBytes.data() + at, static_cast<DWORD>(n));
-  }
+void C_KArcImage::WriteMember(DWORD dwIndex, C_ReplacingFile& output) const {
+  if (dwIndex >= m_vMembers.size()) ThrowLibraryError(false, KE_OUT_OF_RANGE, "when call C_KArcImage::WriteMember");
+  const S_KArcImageMember& member = m_vMembers[dwIndex];
+  C_KArcSources sources;
+  C_KArcWriter writer(output.Handle(), 1024 * 1024);
+  writer.StartWriteBackAsItGoes();
+  sources.Copy(member.sSource, member.qwDataAt, member.dwSize, writer, member.sSource.c_str());
+  writer.Flush();
+  sources.Close();
 }

@@ -1,5 +1,7 @@
 // C_KArcImage: an archive file read byte by byte, without trusting its linker member, to check
-// the index against the members and to write the archive again from its members.
+// the index against the members and to write the archive again from its members. The headers
+// and the linker and name members are read; the members' bytes stay in their files until a
+// write copies them.
 //
 // The members are found by walking the file: they lie back to back behind the name member, each
 // a header (60) and Size bytes, with no padding (an odd Size is followed directly by the next
@@ -44,7 +46,10 @@ struct S_KArcFinding {
 struct S_KArcImageMember {
   std::string sName;
   std::vector<BYTE> vHeader;  // the 60 header bytes as read
-  std::vector<BYTE> vData;    // the Size bytes
+  // Where the Size bytes lie, never read whole: the archive read, or a replacement's own file.
+  std::string sSource;
+  std::uint64_t qwDataAt = 0;
+  DWORD dwSize = 0;
   DWORD dwHeaderAt = 0;       // where the header lies in the file read (0 for a replacement)
   std::vector<S_KArcDefinedSymbol> vSymbols;
   bool bObject = false;       // the bytes read as an object
@@ -64,16 +69,18 @@ class C_KArcImage {
   // Puts the object file at pszPath in member dwIndex's place, under the same name; throws when
   // the file cannot be read. The member's header takes the file's size and modification time.
   void ReplaceMember(DWORD dwIndex, const char* pszPath);
-  // Writes the archive afresh from the members through output (not committed).
+  // Writes the archive afresh from the members through output (not committed), copying each
+  // member's bytes from its file a block at a time; 1016 naming a file that has shrunk since.
   void Rebuild(C_ReplacingFile& output) const;
-  // The bytes Rebuild writes.
-  std::vector<BYTE> RebuiltBytes() const;
+  // Writes member dwIndex's bytes through output (not committed), the same way.
+  void WriteMember(DWORD dwIndex, C_ReplacingFile& output) const;
 
  private:
+  class Reader;
   void Z_Find(const char* pszKind, const std::string& sWords, const std::string& sMember = "",
               const std::string& sSymbol = "");
-  void Z_WalkMembers(const std::vector<BYTE>& vFile, std::uint64_t qwFirst, const std::string& sNames);
-  void Z_CheckIndex(const std::vector<BYTE>& vFile, const std::vector<BYTE>& vIndex);
+  void Z_WalkMembers(Reader& file, std::uint64_t qwFirst, const std::string& sNames);
+  void Z_CheckIndex(Reader& file, const std::vector<BYTE>& vIndex);
 
   std::string m_sPath;
   std::vector<S_KArcFinding> m_vFindings;

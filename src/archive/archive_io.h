@@ -67,16 +67,65 @@ class C_KArcWriter {
   C_KArcWriter& operator=(const C_KArcWriter&) = delete;
 
   void Put(const void* pData, DWORD dwSize, const char* pszContext);
+  // Puts dwSize bytes read from hSource at its position, read straight into the buffer (a
+  // buffer of the copy block is made when the writer has none). The count put is what the file
+  // gave: less than dwSize when it ended first. A failed read throws 1016 with pszContext.
+  DWORD PutFrom(HANDLE hSource, DWORD dwSize, const char* pszContext);
+  // The same, copied inside the system where it can copy between the two files (what the buffer
+  // holds is written first), else through the buffer; a failed write throws 1015 with
+  // pszContext, a failed read 1016.
+  DWORD CopyFrom(HANDLE hSource, DWORD dwSize, const char* pszContext);
+  // For a writer that starts at the beginning of its file: every 16 MiB written are handed to
+  // the disk at once (FileStartWriteBack), so that the sync at the end has little left to do.
+  void StartWriteBackAsItGoes() { m_bWriteBack = true; }
   // Writes what the buffer holds; the owner calls it once the last block is put.
   void Flush();
 
  private:
   void Z_Write(const void* pData, DWORD dwSize, const char* pszContext);
+  // Counts bytes that reached the file, handing each full 16 MiB to the disk when asked to.
+  void Z_Written(DWORD dwSize);
 
   HANDLE m_hFile;
+  bool m_bWriteBack = false;
+  bool m_bCopyUnsupported = false;
+  std::uint64_t m_qwWritten = 0;
+  std::uint64_t m_qwHanded = 0;
   std::vector<BYTE> m_vBuffer;
   DWORD m_dwUsed = 0;
   std::string m_sContext;
+};
+
+// The files whose bytes an archive write copies, each opened once and kept open while the write
+// lasts, so that a member costs no open and close of its own. Nothing is read before it is
+// copied: a member's bytes pass through the writer's buffer, never held whole.
+class C_KArcSources {
+ public:
+  C_KArcSources() = default;
+  // Closes what a failed write left open, quietly.
+  ~C_KArcSources();
+  C_KArcSources(const C_KArcSources&) = delete;
+  C_KArcSources& operator=(const C_KArcSources&) = delete;
+
+  // The size of the file at sPath; 1013 with the path when it cannot be opened.
+  std::uint64_t SizeOf(const std::string& sPath);
+  // Copies dwSize bytes at qwOffset of sPath to writer; 1016 with pszContext and "end of file"
+  // when the file no longer holds them all (shortened since it was looked at).
+  void Copy(const std::string& sPath, std::uint64_t qwOffset, DWORD dwSize, C_KArcWriter& writer, const char* pszContext);
+  // Closes every file; 1014 with the path of one that fails to close.
+  void Close();
+
+ private:
+  struct Source {
+    std::string sPath;
+    HANDLE hFile = nullptr;
+    std::uint64_t qwSize = 0;
+  };
+  Source& Z_Open(const std::string& sPath);
+
+  // The archive and the objects added to it, which come one after another: a few at most open.
+  static constexpr std::size_t kOpenSources = 4;
+  std::vector<Source> m_vSources;
 };
 
 // 32-bit little-endian words, as the linker member stores them.

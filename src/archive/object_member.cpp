@@ -54,6 +54,25 @@ void C_KArcObjectMember::Z_Charge() {
   m_bCharged = true;
 }
 
+void C_KArcObjectMember::CheckSource(C_KArcSources& sources) {
+  if (IsLoaded()) return;
+  const std::uint64_t qwFileSize = sources.SizeOf(m_sSource);
+  if (m_qwDataAt > qwFileSize || GetSize() > qwFileSize - m_qwDataAt) {
+    platform::SetEndOfFileError();
+    ThrowLibraryError(true, KE_READ_FAILED, m_sSource.c_str());
+  }
+  Z_Charge();
+}
+
+void C_KArcObjectMember::WriteCopying(C_KArcWriter& writer, C_KArcSources& sources) {
+  m_Header.Write(writer, "While writing object member");
+  if (IsLoaded()) {
+    writer.Put(m_Data.Data(), GetSize(), "While writing object member");
+    return;
+  }
+  sources.Copy(m_sSource, m_qwDataAt, GetSize(), writer, m_sSource.c_str());
+}
+
 void C_KArcObjectMember::Load(C_KArcReadWindow* pWindow) {
   if (!m_Data.IsEmpty()) return;
   const DWORD dwSize = GetSize();

@@ -4,8 +4,8 @@
 //   offset + 60    Size bytes: a KELF object, opened in place when asked
 //
 // Neither the bytes nor the object are read when the archive opens: the bytes load when the
-// archive is written or the caller asks for them, the object when the caller asks for it. Both
-// take the member's Size from the archive's read budget, once.
+// caller asks for them, the object when the caller asks for it, and a write copies bytes not
+// held from their file in blocks. All take the member's Size from the archive's read budget, once.
 #pragma once
 
 #include <cstdint>
@@ -51,6 +51,12 @@ class C_KArcObjectMember : public virtual I_KArcObjectMember, public C_KArcMembe
   // The header, then the bytes when they are held.
   HRESULT Write(I_File* pFile);
   HRESULT Write(C_KArcWriter& writer);
+  // Before a write that copies the bytes from their file: that the file holds them (1016 with
+  // its path when not, 1013 when it cannot be opened), and their Size taken from the budget. Nothing is read.
+  void CheckSource(C_KArcSources& sources);
+  // The header, then the bytes: those held, else Size of them copied from their file through
+  // the writer's buffer; 1016 naming the file when it has been shortened since it was checked.
+  void WriteCopying(C_KArcWriter& writer, C_KArcSources& sources);
   // Loads the bytes, through window when it reads the file that holds them.
   void Load(C_KArcReadWindow* pWindow);
   bool IsLoaded() const { return !m_Data.IsEmpty(); }

@@ -24,6 +24,16 @@ bool FileSeek(HANDLE hFile, std::uint64_t qwOffset);
 // One read request; *pdwRead receives the bytes actually read (possibly fewer).
 bool FileRead(HANDLE hFile, void* pBuffer, DWORD dwBytes, DWORD* pdwRead);
 bool FileWrite(HANDLE hFile, const void* pBuffer, DWORD dwBytes, DWORD* pdwWritten);
+// Copies up to dwBytes from hSource's position to hTarget's inside the system, without passing
+// them through the process; both positions advance and *pdwCopied receives the bytes copied
+// (fewer when the source ends). False with nothing copied and kErrorCopyUnsupported when the
+// system cannot copy between these two files (the caller then reads and writes); false with
+// the system error on a failure (of the write, as a rule: no space, the file size limit).
+bool FileCopy(HANDLE hSource, HANDLE hTarget, DWORD dwBytes, DWORD* pdwCopied);
+// Starts writing the bytes [qwOffset, qwOffset + qwBytes) of a file being written to the disk
+// without waiting for them, so that the sync that ends a large write finds little left to do.
+// A hint: where the system has no such request it does nothing and returns true.
+bool FileStartWriteBack(HANDLE hFile, std::uint64_t qwOffset, std::uint64_t qwBytes);
 // Gives back the system resource; the token stays valid for FileClose.
 void FileRelease(HANDLE hFile);
 // Releases the system resource if still held and frees the token.
@@ -73,11 +83,13 @@ void ReplaceAbandon(HANDLE hOutput);
 constexpr DWORD kErrorNotOrdinaryFile = 0x20000001;
 constexpr DWORD kErrorFileTooLarge = 0x20000002;
 constexpr DWORD kErrorDanglingLink = 0x20000003;
+constexpr DWORD kErrorCopyUnsupported = 0x20000004;
 // The text of one of those, or null.
 inline const char* OwnErrorText(DWORD dwError) {
   switch (dwError) {
     case kErrorNotOrdinaryFile: return "not an ordinary file (a FIFO, socket or device is not read)";
     case kErrorFileTooLarge: return "larger than 4 GiB, which 32-bit offsets cannot address";
+    case kErrorCopyUnsupported: return "the system cannot copy between these files";
     case kErrorDanglingLink: return "a symbolic link to a file that does not exist";
     default: return nullptr;
   }

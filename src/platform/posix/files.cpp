@@ -130,6 +130,48 @@ bool FileWrite(HANDLE hFile, const void* pBuffer, DWORD dwBytes, DWORD* pdwWritt
   return true;
 }
 
+bool FileCopy(HANDLE hSource, HANDLE hTarget, DWORD dwBytes, DWORD* pdwCopied) {
+  *pdwCopied = 0;
+  FileToken* source = Token(hSource);
+  FileToken* target = Token(hTarget);
+  if (!source || source->fd < 0 || !target || target->fd < 0) {
+    errno = EBADF;
+    return false;
+  }
+  DWORD done = 0;
+  while (done < dwBytes) {
+    const ssize_t n = ::copy_file_range(source->fd, nullptr, target->fd, nullptr, dwBytes - done, 0);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      // Systems or file pairs without the call: nothing copied yet, the caller reads and writes.
+      if (done == 0 && (errno == ENOSYS || errno == EXDEV || errno == EOPNOTSUPP || errno == EINVAL)) {
+        errno = static_cast<int>(kErrorCopyUnsupported);
+      }
+      *pdwCopied = done;
+      return false;
+    }
+    if (n == 0) break;
+    done += static_cast<DWORD>(n);
+  }
+  *pdwCopied = done;
+  return true;
+}
+
+bool FileStartWriteBack(HANDLE hFile, std::uint64_t qwOffset, std::uint64_t qwBytes) {
+  FileToken* token = Token(hFile);
+  if (!token || token->fd < 0) {
+    errno = EBADF;
+    return false;
+  }
+#if defined(__linux__)
+  return ::sync_file_range(token->fd, static_cast<off_t>(qwOffset), static_cast<off_t>(qwBytes), SYNC_FILE_RANGE_WRITE) == 0;
+#else
+  (void)qwOffset;
+  (void)qwBytes;
+  return true;
+#endif
+}
+
 void FileRelease(HANDLE hFile) {
   FileToken* token = Token(hFile);
   if (token && token->fd >= 0) {

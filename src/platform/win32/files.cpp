@@ -73,6 +73,16 @@ bool FileWrite(HANDLE hFile, const void* pBuffer, DWORD dwBytes, DWORD* pdwWritt
   return ::WriteFile(token->hOs, pBuffer, dwBytes, pdwWritten, nullptr) != 0;
 }
 
+// Windows copies between handles only as whole files (CopyFileEx): the caller reads and writes.
+bool FileCopy(HANDLE, HANDLE, DWORD, DWORD* pdwCopied) {
+  *pdwCopied = 0;
+  ::SetLastError(kErrorCopyUnsupported);
+  return false;
+}
+
+// The cache manager writes behind on its own; there is no request to start it.
+bool FileStartWriteBack(HANDLE, std::uint64_t, std::uint64_t) { return true; }
+
 void FileRelease(HANDLE hFile) {
   FileToken* token = Token(hFile);
   if (token && token->hOs != INVALID_HANDLE_VALUE) {
