@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "commands.h"
@@ -65,16 +66,22 @@ bool SelectTables(C_KOfdELF4& document, const RelocOptions& options, std::vector
 class ListingWriter {
  public:
   ~ListingWriter() { Flush(); }
-  ListingWriter& Text(const char* psz) {
-    const std::size_t nLength = strlen(psz);
+  ListingWriter& Text(const char* psz) { return Bytes(psz, strlen(psz)); }
+  ListingWriter& Bytes(const char* pBytes, std::size_t nLength) {
     if (nLength > sizeof m_szBlock - m_nUsed) Flush();
     if (nLength > sizeof m_szBlock) {
-      fwrite(psz, 1, nLength, stdout);
+      fwrite(pBytes, 1, nLength, stdout);
     } else {
-      memcpy(m_szBlock + m_nUsed, psz, nLength);
+      memcpy(m_szBlock + m_nUsed, pBytes, nLength);
       m_nUsed += nLength;
     }
     return *this;
+  }
+  // A name from the file, escaped; the usual printable one is copied as it is.
+  ListingWriter& Escaped(std::string_view sText) {
+    if (IsPlainText(sText)) return Bytes(sText.data(), sText.size());
+    const std::string sEscaped = EscapeText(sText);
+    return Bytes(sEscaped.data(), sEscaped.size());
   }
   ListingWriter& Char(char ch) {
     Z_Put(ch);
@@ -120,11 +127,14 @@ void PrintTable(C_KOfdELF4& document, DWORD dwIndex, ListingWriter& out) {
     out.Decimal(i).Char('\t').Hex8(pRecord->Offset).Char('\t');
     out.Decimal(pRecord->to_start).Text("..").Decimal(pRecord->to_end).Char('\t');
     DWORD dwValue = 0;
-    const HRESULT hr = pTable->Evaluate(i, &dwValue);
+    HRESULT hr = S_OK;
+    const bool bText = pTable->EvaluateWithText(i, &dwValue, &hr, szText, sizeof szText) == S_OK;
     if (hr == S_OK) out.Hex8(dwValue);
     else out.Text("error 0x").Hex8(static_cast<DWORD>(hr));
-    const bool bText = pTable->GetExpressionText(i, szText, sizeof szText) == S_OK;
-    out.Char('\t').Text(bText ? EscapeText(szText).c_str() : "Error!").EndLine();
+    out.Char('\t');
+    if (bText) out.Escaped(szText);
+    else out.Text("Error!");
+    out.EndLine();
   }
 }
 

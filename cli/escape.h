@@ -13,6 +13,16 @@ namespace cli {
 // All of sText escaped, for the tool's one-line outputs.
 std::string EscapeText(std::string_view sText);
 
+// True when EscapeText(sText) is sText itself because every byte is printable ASCII other than
+// the backslash: the common case, which a listing writes without building a string.
+inline bool IsPlainText(std::string_view sText) {
+  for (const char ch : sText) {
+    const auto byte = static_cast<unsigned char>(ch);
+    if (byte < 0x20 || byte >= 0x7F || byte == '\\') return false;
+  }
+  return true;
+}
+
 // Escapes text that arrives in pieces, for a dump shown on a terminal: line feeds and tabs lay
 // the dump out and are kept; a UTF-8 sequence split between two pieces is held until it is whole.
 class C_TextEscaper {

@@ -109,26 +109,36 @@ TEST(Bounds, AnObjectReadsNoMoreThanItsBytesAndAnEmptySectionFromAnywhere) {
 TEST(Bounds, RecordsNamingOneRunWalkItOnce) {
   TempDir dir;
   C_KOfdELF4 document;
-  ASSERT_EQ(ReadObject(document, dir.Write("run.o", Text(kelf_test::SharedRunObject(300, 2)))), S_OK);
+  // One run of 17 tokens (1, then eight times 1 +): long enough to be remembered.
+  ASSERT_EQ(ReadObject(document, dir.Write("run.o", Text(kelf_test::SharedRunObject(300, 8)))), S_OK);
   I_KOfdSection* pSection = nullptr;
   ASSERT_EQ(document.FindSection(".relxeb", &pSection), S_OK);
   auto* pTable = dynamic_cast<C_KOfdRelxebTable*>(pSection);
   ASSERT_NE(pTable, nullptr);
+  std::string sExpected = "1";
+  for (int i = 0; i < 8; ++i) sExpected = "(" + sExpected + " + 1)";
+  const DWORD nNeeded = static_cast<DWORD>(sExpected.size() + 1);
   const std::uint64_t qwBefore = pTable->GetWalkCount();
   pTable->RememberRuns(true);
   char szText[256];
   for (DWORD i = 0; i < pTable->GetCount(); ++i) {
     DWORD dwValue = 0;
     ASSERT_EQ(pTable->Evaluate(i, &dwValue), S_OK);
-    EXPECT_EQ(dwValue, 3u);
+    EXPECT_EQ(dwValue, 9u);
     ASSERT_EQ(pTable->GetExpressionText(i, szText, sizeof szText), S_OK);
-    EXPECT_STREQ(szText, "((1 + 1) + 1)");
+    EXPECT_EQ(szText, sExpected);
+    HRESULT hrValue = E_FAIL;
+    dwValue = 0;
+    ASSERT_EQ(pTable->EvaluateWithText(i, &dwValue, &hrValue, szText, sizeof szText), S_OK);
+    EXPECT_EQ(hrValue, S_OK);
+    EXPECT_EQ(dwValue, 9u);
+    EXPECT_EQ(szText, sExpected);
   }
   EXPECT_EQ(pTable->GetWalkCount() - qwBefore, 2u);
-  // Another buffer size is another text: "((1 + 1) + 1)" needs 14 bytes.
-  EXPECT_EQ(pTable->GetExpressionText(0, szText, 13), E_FAIL);
-  EXPECT_EQ(pTable->GetExpressionText(0, szText, 14), S_OK);
-  EXPECT_EQ(pTable->GetExpressionText(1, szText, 14), S_OK);
+  // Another buffer size is another text.
+  EXPECT_EQ(pTable->GetExpressionText(0, szText, nNeeded - 1), E_FAIL);
+  EXPECT_EQ(pTable->GetExpressionText(0, szText, nNeeded), S_OK);
+  EXPECT_EQ(pTable->GetExpressionText(1, szText, nNeeded), S_OK);
   EXPECT_EQ(pTable->GetWalkCount() - qwBefore, 4u);
   pTable->RememberRuns(false);
   // Relocate remembers for itself: one walk for its 300 records (byte offsets 4 apart).
@@ -139,6 +149,30 @@ TEST(Bounds, RecordsNamingOneRunWalkItOnce) {
   DWORD dwValue = 0;
   EXPECT_EQ(pTable->Evaluate(0, &dwValue), S_OK);
   EXPECT_EQ(pTable->GetWalkCount() - qwRelocate, 2u);
+
+  // A short run (five tokens) is walked for every record, once for value and text together, and
+  // gives what the separate calls give, a text too long for the buffer included.
+  C_KOfdELF4 shortRuns;
+  ASSERT_EQ(ReadObject(shortRuns, dir.Write("short.o", Text(kelf_test::SharedRunObject(50, 2)))), S_OK);
+  ASSERT_EQ(shortRuns.FindSection(".relxeb", &pSection), S_OK);
+  pTable = dynamic_cast<C_KOfdRelxebTable*>(pSection);
+  ASSERT_NE(pTable, nullptr);
+  const C_RememberedRuns remembered(*pTable);
+  const std::uint64_t qwShort = pTable->GetWalkCount();
+  for (DWORD i = 0; i < pTable->GetCount(); ++i) {
+    HRESULT hrValue = E_FAIL;
+    dwValue = 0;
+    ASSERT_EQ(pTable->EvaluateWithText(i, &dwValue, &hrValue, szText, sizeof szText), S_OK);
+    EXPECT_EQ(hrValue, S_OK);
+    EXPECT_EQ(dwValue, 3u);
+    EXPECT_STREQ(szText, "((1 + 1) + 1)");
+  }
+  EXPECT_EQ(pTable->GetWalkCount() - qwShort, 50u);
+  HRESULT hrValue = E_FAIL;
+  EXPECT_EQ(pTable->EvaluateWithText(0, &dwValue, &hrValue, szText, 13), E_FAIL);
+  EXPECT_EQ(hrValue, S_OK);
+  EXPECT_EQ(pTable->EvaluateWithText(50, &dwValue, &hrValue, szText, sizeof szText), E_FAIL);
+  EXPECT_EQ(hrValue, E_FAIL);
 }
 
 TEST(Bounds, NamesSharingOneHashAreFoundWithBoundedWork) {

@@ -21,6 +21,16 @@ TEST(Escape, ShowsControlsInvalidBytesAndBackslashesAsHex) {
   EXPECT_EQ(EscapeText("\xe9t\xc3"), "\\xe9t\\xc3");
   EXPECT_EQ(EscapeText("\xc0\xaf \xed\xa0\x80 \xf4\x90\x80\x80"), "\\xc0\\xaf \\xed\\xa0\\x80 \\xf4\\x90\\x80\\x80");
   EXPECT_EQ(EscapeText("\xc2\x9b" "31m"), "\\xc2\\x9b31m");
+  // Plain text is what escaping leaves alone: every byte from space to '~' but the backslash.
+  for (int ch = 0; ch < 256; ++ch) {
+    const std::string sOne(1, static_cast<char>(ch));
+    EXPECT_EQ(cli::IsPlainText(sOne), ch >= 0x20 && ch <= 0x7E && ch != '\\') << ch;
+    if (cli::IsPlainText(sOne)) {
+      EXPECT_EQ(EscapeText(sOne), sOne) << ch;
+    }
+  }
+  EXPECT_TRUE(cli::IsPlainText(""));
+  EXPECT_FALSE(cli::IsPlainText("_ZN7testing4Test\xc3\xa9"));
 
   // Pieces may cut a sequence anywhere; a dump keeps its line feeds and tabs.
   const std::string sText = "x\xe2\x82\xac\ty\n\xf0\x9f\x8e\xb5\x1b!\xe2\x82";

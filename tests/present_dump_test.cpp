@@ -233,6 +233,30 @@ TEST(Dump, LinePadsWithTheStreamFillAndCutsHeaderRecordNumbers) {
   EXPECT_EQ(text.str(), std::string("***31[1000[1000]*\0\n10", 21));
 }
 
+TEST(Dump, LinesOnABlockAreTheLinesOnTheStream) {
+  // Short lines, names longer than a line's buffer, lines enough for several blocks, the
+  // stream's fill, and the base the lines leave behind.
+  const auto line = [](C_DumpLine&& made, DWORD i) {
+    const std::string sName = i % 700 == 5 ? std::string(300, 'n') : "name" + std::to_string(i);
+    made.Index(i, kSectionIndexBuffer).HexOrUndef(i == 7 ? 0xFFFFFFFFu : i * 4099u, 9).Dec(i, 9).Char('\0', 3)
+        .Text(sName.data(), sName.size(), 0).End();
+  };
+  std::ostringstream expected, blocked;
+  for (std::ostringstream* pStream : {&expected, &blocked}) {
+    pStream->fill('.');
+    *pStream << std::hex;
+  }
+  for (DWORD i = 0; i < 6000; ++i) line(C_DumpLine(expected), i);
+  {
+    C_DumpBlock block(blocked);
+    for (DWORD i = 0; i < 6000; ++i) line(C_DumpLine(block), i);
+  }
+  expected << 10;
+  blocked << 10;
+  ASSERT_GT(blocked.str().size(), 65536u * 2);
+  EXPECT_EQ(blocked.str(), expected.str());
+}
+
 TEST(Dump, ArchiveMembersAndRawBytes) {
   TempDir dir;
   ObjectBuilder object;

@@ -92,6 +92,66 @@ TEST(StringTable, ReadAppendsEveryTimeAndWriteSucceedsWithItsErrorCode) {
   EXPECT_EQ(TempDir::Read(dir.Path("out.bin")), std::string("\0abc\0\0abc\0", 10));
 }
 
+TEST(StringTable, KeepsItsReadBlockAndFindsEachStringsLength) {
+  TempDir dir;
+  Loaded<C_KOfdStringTable> table(dir, {0, 'a', 'b', 'c', 0, 'd', 0, 'e', 'f'}, SHT_KEL_STRTAB);
+  table.Read();
+  C_KOfdStringTable& strings = table.section;
+  EXPECT_EQ(strings.GetLength(), 9u);
+  EXPECT_EQ(strings.GetStringView(0), "");
+  EXPECT_EQ(strings.GetStringView(1), "abc");
+  EXPECT_EQ(strings.GetStringView(3), "c");
+  EXPECT_EQ(strings.GetStringView(5), "d");
+  // No NUL before the end, at the end, past it: the empty string, as GetString gives.
+  EXPECT_EQ(strings.GetStringView(7), "");
+  EXPECT_STREQ(strings.GetStringAt(7), "");
+  EXPECT_EQ(strings.GetStringView(9), "");
+  EXPECT_EQ(strings.GetStringView(0xFFFFFFFFu), "");
+  // Appending to the read block grows it, the strings kept.
+  strings.Append("ghi");
+  EXPECT_EQ(strings.GetLength(), 13u);
+  EXPECT_EQ(strings.GetStringView(1), "abc");
+  EXPECT_EQ(strings.GetStringView(7), "efghi");
+  EXPECT_EQ(strings.GetStringView(9), "ghi");
+  C_KOfdStringTable empty;
+  EXPECT_EQ(empty.GetStringView(0), "");
+}
+
+TEST(RecordTable, ReadRecordsStayInPlaceWhenRecordsAreAddedAndRemoved) {
+  TempDir dir;
+  using kelf_test::Sym;
+  Loaded<C_KOfdSymbolTable> table(dir, kelf_test::Join({Sym(1, 10, 0, 0, 0, 0, 1), Sym(2, 20, 0, 0, 0, 0, 1), Sym(3, 30, 0, 0, 0, 0, 1)}),
+                                  SHT_KEL_SYMTAB, 16);
+  table.Read();
+  C_KOfdSymbolTable& symbols = table.section;
+  ELF32_SYM* pSecond = nullptr;
+  symbols.GetAt(1, &pSecond);
+  ELF32_SYM added = {4, 40, 0, 0, 0, 1};
+  ASSERT_EQ(symbols.AddRecord(&added), S_OK);
+  ASSERT_EQ(symbols.GetCount(), 4u);
+  ELF32_SYM* pRecord = nullptr;
+  symbols.GetAt(1, &pRecord);
+  EXPECT_EQ(pRecord, pSecond);  // a record's address outlives additions
+  const DWORD values[] = {10, 20, 30, 40};
+  for (DWORD i = 0; i < 4; ++i) {
+    symbols.GetAt(i, &pRecord);
+    EXPECT_EQ(pRecord->st_value, values[i]);
+  }
+  EXPECT_EQ(symbols.RemoveAt(0), S_OK);
+  symbols.GetAt(0, &pRecord);
+  EXPECT_EQ(pRecord, pSecond);
+  EXPECT_THROW(symbols.GetAt(3, &pRecord), std::out_of_range);
+  EXPECT_EQ(symbols.Clear(), S_OK);
+  EXPECT_EQ(symbols.GetCount(), 0u);
+  EXPECT_THROW(symbols.GetAt(0, &pRecord), std::out_of_range);
+  // Read again after the clear: the records come back, addressed in their block.
+  table.Read();
+  ASSERT_EQ(symbols.GetCount(), 3u);
+  symbols.GetAt(2, &pRecord);
+  EXPECT_EQ(pRecord->st_value, 30u);
+  EXPECT_THROW(symbols.GetAt(3, &pRecord), std::out_of_range);
+}
+
 TEST(NameHash, SignExtendsBytesAndKeepsCase) {
   EXPECT_EQ(HashName(""), 5381u);
   EXPECT_EQ(HashName("a"), 177604u);

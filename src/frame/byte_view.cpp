@@ -1,5 +1,7 @@
 #include "frame/byte_view.h"
 
+#include <cstring>
+
 #include "frame/file.h"
 #include "frame/fileio.h"
 #include "platform/platform.h"
@@ -17,11 +19,12 @@ C_Block ReadFileRegion(I_File* pFile, DWORD dwBase, DWORD dwOffset, DWORD dwSize
     platform::SetEndOfFileError();
     return C_Block();
   }
-  C_Block block(dwSize);
+  C_Block block = C_Block::ForRead(dwSize);
   DWORD dwRead = 0;
   if (SeekFileTo(pFile->GetHandle(), qwPosition) != S_OK ||
       ReadFileBlockCounted(pFile->GetHandle(), block.Data(), dwSize, 1, &dwRead) != S_OK) {
     return C_Block();
   }
+  if (dwRead < dwSize) memset(block.Data() + dwRead, 0, dwSize - dwRead);
   return block;
 }

@@ -100,6 +100,21 @@ class C_Block {
   explicit C_Block(DWORD dwSize)
       : m_pData(new BYTE[static_cast<std::size_t>(dwSize) + kBlockPadding]()), m_dwSize(dwSize) {}
 
+  // A block whose contents are left for a read to fill (only the padding is zeroed): a large
+  // read does not write its bytes twice. The reader zeroes whatever it does not fill.
+  static C_Block ForRead(DWORD dwSize) {
+    C_Block block;
+    block.m_pData.reset(new BYTE[static_cast<std::size_t>(dwSize) + kBlockPadding]);
+    block.m_dwSize = dwSize;
+    memset(block.m_pData.get() + dwSize, 0, kBlockPadding);
+    return block;
+  }
+  // Hands the bytes (Size() and the padding) to the caller; the block is left empty.
+  std::unique_ptr<BYTE[]> Release() {
+    m_dwSize = 0;
+    return std::move(m_pData);
+  }
+
   bool IsEmpty() const { return !m_pData; }
   BYTE* Data() const { return m_pData.get(); }
   DWORD Size() const { return m_dwSize; }

@@ -171,6 +171,24 @@ HRESULT C_KOfdSymbolTable::DumpRecord(DWORD dwIndex) {
   return S_OK;
 }
 
+HRESULT C_KOfdSymbolTable::DumpAll() {
+  DumpHead();
+  const DWORD dwCount = GetCount();
+  {
+    C_DumpBlock block(*this);
+    for (DWORD i = 0; i < dwCount; ++i) {
+      const ELF32_SYM* pSymbol = Y_Record(i);
+      const std::string_view sName = GetRecordNameView(pSymbol);
+      C_DumpLine line(block);
+      line.Index(i, kSectionIndexBuffer);
+      AppendSymbolFields(line, *pSymbol);
+      line.Char(' ', 0).Text(sName.data(), sName.size(), 0).End();
+    }
+  }
+  EndLine(*this);
+  return S_OK;
+}
+
 // The titles do not line up with the fields; that is the layout the listing has always had.
 HRESULT C_KOfdStabTable::DumpHead() {
   WriteHeading(*this, "\n---------------- Stab Table Information -------------------\n",

@@ -110,6 +110,8 @@ void C_KOfdRelxebTable::RememberRuns(bool bOn) {
 C_KOfdRelxebTable::RunResult* C_KOfdRelxebTable::Z_Remembered(DWORD dwIndex) {
   if (!m_bRemember || dwIndex >= GetCount()) return nullptr;
   const KEL_RELXEB& record = *Y_Record(dwIndex);
+  // A run that is empty (start after end) or short is walked again: no lookup, no memory.
+  if (record.exp_start > record.exp_end || record.exp_end - record.exp_start < kRememberedRun - 1) return nullptr;
   return &m_Runs[static_cast<std::uint64_t>(record.exp_start) << 32 | record.exp_end];
 }
 
@@ -153,6 +155,28 @@ HRESULT C_KOfdRelxebTable::GetExpressionText(DWORD dwIndex, char* pszBuffer, DWO
     if (hr == S_OK) pRun->sText = pszBuffer;
   }
   return hr;
+}
+
+HRESULT C_KOfdRelxebTable::EvaluateWithText(DWORD dwIndex, DWORD* pdwValue, HRESULT* phrValue, char* pszBuffer,
+                                            DWORD nSize) {
+  if (Z_Remembered(dwIndex)) {
+    *phrValue = Evaluate(dwIndex, pdwValue);
+    return GetExpressionText(dwIndex, pszBuffer, nSize);
+  }
+  // Both machines take each token as Evaluate and GetExpressionText feed it, so the results are
+  // theirs.
+  m_Calculator.Reset();
+  m_Expressioner.Reset(nSize != 0 ? nSize - 1 : 0);
+  const HRESULT hrWalk = Z_Walk(dwIndex, [&](const KEL_EXP& token, const char* pszName, const ELF32_SYM* pSymbol) {
+    m_Calculator.Apply(token.Type, pSymbol ? pSymbol->st_value : token.Value);
+    m_Expressioner.Apply(token.Type, token.Value, pszName);
+  });
+  HRESULT hrValue = hrWalk;
+  DWORD dwValue = 0;
+  if (hrValue == S_OK) hrValue = m_Calculator.GetResult(&dwValue);
+  if (hrValue == S_OK) *pdwValue = dwValue;
+  *phrValue = hrValue;
+  return hrWalk == S_OK ? m_Expressioner.GetText(pszBuffer, nSize) : hrWalk;
 }
 
 HRESULT C_KOfdRelxebTable::Z_Unit(DWORD dwIndex, DWORD dwMode, BYTE** ppUnit) {

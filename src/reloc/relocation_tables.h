@@ -136,10 +136,15 @@ class C_KOfdRelxebTable : public virtual I_KOfdRelxebTable,
   HRESULT DumpRecord(DWORD dwIndex) override;
   using C_BaseTable<KEL_RELXEB>::GetCount;
 
-  // While on, each expression run (exp_start, exp_end) is walked once for its value and once
-  // per text buffer size, however many records name it; off forgets what was kept. For passes
+  // While on, each expression run (exp_start, exp_end) of kRememberedRun tokens or more is
+  // walked once for its value and once per text buffer size, however many records name it; off
+  // forgets what was kept. Shorter runs are walked for every record that names them: that costs
+  // less than keeping them, and a record's work stays below kRememberedRun tokens. For passes
   // that change neither expressions nor symbols: a listing, Relocate, the browse list.
   void RememberRuns(bool bOn);
+  // Evaluate and GetExpressionText of one record, their results in *phrValue and the return
+  // value, with one walk of a run that is not remembered: what a listing asks of every record.
+  HRESULT EvaluateWithText(DWORD dwIndex, DWORD* pdwValue, HRESULT* phrValue, char* pszBuffer, DWORD nSize);
   // How many runs have been walked since the table was made.
   std::uint64_t GetWalkCount() const { return m_qwWalks; }
 
@@ -201,6 +206,10 @@ inline HRESULT C_KOfdRelxebTable::Z_Remembering(Body&& body) {
     throw;
   }
 }
+
+// Shortest expression run that a listing remembers (see RememberRuns). Toolchain runs are
+// shorter (SYM, NUM, + for most), so an ordinary listing keeps nothing.
+constexpr DWORD kRememberedRun = 16;
 
 // Longest expression run that is walked. Toolchain expressions are a handful of tokens; the
 // bound keeps the work of a damaged table proportional to its record count.

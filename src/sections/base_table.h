@@ -29,10 +29,10 @@ class I_BaseTable : public virtual I_Unknown {
 template <class T>
 class C_BaseTable : public virtual I_BaseTable<T> {
  public:
-  DWORD GetCount() override { return static_cast<DWORD>(m_vRecords.size()); }
+  DWORD GetCount() override { return m_dwRun != 0 ? m_dwRun : static_cast<DWORD>(m_vRecords.size()); }
   HRESULT GetAt(DWORD dwIndex, T** ppRecord) override {
-    if (dwIndex >= m_vRecords.size()) throw std::out_of_range("invalid vector subscript");
-    *ppRecord = m_vRecords[dwIndex];
+    if (dwIndex >= GetCount()) throw std::out_of_range("invalid vector subscript");
+    *ppRecord = Y_Record(dwIndex);
     return S_OK;
   }
   HRESULT AddArray(const T* pRecords, DWORD dwCount) override {
@@ -46,13 +46,15 @@ class C_BaseTable : public virtual I_BaseTable<T> {
     return S_OK;
   }
   HRESULT AddRecord(const T* pRecord) override {
+    Z_IndexRun();
     m_Store.push_back(*pRecord);
     m_vRecords.push_back(&m_Store.back());
     return S_OK;
   }
   // The record leaves the order at once; its storage goes with the table's next Clear.
   HRESULT RemoveAt(DWORD dwIndex) override {
-    if (dwIndex >= m_vRecords.size()) return E_FAIL;
+    if (dwIndex >= GetCount()) return E_FAIL;
+    Z_IndexRun();
     m_vRecords.erase(m_vRecords.begin() + dwIndex);
     return S_OK;
   }
@@ -60,30 +62,56 @@ class C_BaseTable : public virtual I_BaseTable<T> {
     m_vRecords.clear();
     m_Store.clear();
     m_Blocks.clear();
+    m_pRun = nullptr;
+    m_dwRun = 0;
     return S_OK;
   }
 
  protected:
   // Appends the packed records that lie in block, where they lie: a table read from a file
-  // keeps the block it was read into instead of copying every record out of it.
+  // keeps the block it was read into instead of copying every record out of it. The records of
+  // the first block of an empty table are addressed by their position in it, with no index of
+  // pointers, until records are added or removed.
   // The block holds whole records only: a partial one at its end is not taken.
   void Y_AdoptArray(C_Block block) {
     static_assert(alignof(T) == 1, "records are packed");
     const DWORD dwCount = block.Size() / static_cast<DWORD>(sizeof(T));
     T* pFirst = reinterpret_cast<T*>(block.Data());
+    m_Blocks.push_back(std::move(block));
+    if (dwCount == 0) return;
+    if (GetCount() == 0) {
+      m_pRun = pFirst;
+      m_dwRun = dwCount;
+      return;
+    }
+    Z_IndexRun();
     m_vRecords.reserve(m_vRecords.size() + dwCount);
     for (DWORD i = 0; i < dwCount; ++i) m_vRecords.push_back(pFirst + i);
-    m_Blocks.push_back(std::move(block));
   }
-  T* Y_Record(DWORD dwIndex) const { return m_vRecords[dwIndex]; }
+  T* Y_Record(DWORD dwIndex) const { return m_dwRun != 0 ? m_pRun + dwIndex : m_vRecords[dwIndex]; }
   // Record dwIndex, or null past the end.
-  T* Y_RecordOrNull(DWORD dwIndex) const { return dwIndex < m_vRecords.size() ? m_vRecords[dwIndex] : nullptr; }
+  T* Y_RecordOrNull(DWORD dwIndex) const {
+    if (m_dwRun != 0) return dwIndex < m_dwRun ? m_pRun + dwIndex : nullptr;
+    return dwIndex < m_vRecords.size() ? m_vRecords[dwIndex] : nullptr;
+  }
 
  private:
+  // Turns the run of adopted records into pointers, before the order changes.
+  void Z_IndexRun() {
+    if (m_dwRun == 0) return;
+    m_vRecords.reserve(m_dwRun);
+    for (DWORD i = 0; i < m_dwRun; ++i) m_vRecords.push_back(m_pRun + i);
+    m_pRun = nullptr;
+    m_dwRun = 0;
+  }
+
   // Records live in blocks whose addresses never change as records are added, so a record's
   // pointer stays valid for the index and for callers that hold it.
   std::deque<T> m_Store;
   std::vector<C_Block> m_Blocks;
+  // Either a run of records in one adopted block (m_dwRun != 0, m_vRecords empty) or pointers.
+  T* m_pRun = nullptr;
+  DWORD m_dwRun = 0;
   std::vector<T*> m_vRecords;
 };
 

@@ -53,6 +53,11 @@ class C_KOfdIndexedSectionTable : public virtual C_KOfdSectionTable<T> {
     C_KOfdStringTable* pStrings = Y_GetStringTable();
     return pStrings ? pStrings->GetStringAt(GetNameOffset(pRecord)) : "";
   }
+  // The same name with its length.
+  std::string_view GetRecordNameView(const T* pRecord) {
+    C_KOfdStringTable* pStrings = Y_GetStringTable();
+    return pStrings ? pStrings->GetStringView(GetNameOffset(pRecord)) : std::string_view();
+  }
 
  protected:
   // The linked section as a string table, or null.

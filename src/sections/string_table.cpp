@@ -9,7 +9,7 @@
 
 void C_KOfdStringTable::Z_Release() {
   ++m_dwRewrites;
-  m_Buffer.pData.reset();
+  m_Buffer.pBytes.reset();
   m_Buffer.dwLength = 0;
   m_Buffer.dwCapacity = 0;
 }
@@ -23,10 +23,10 @@ bool C_KOfdStringTable::Z_Grow(DWORD dwBytes) {
     Z_Release();
     return false;
   }
-  std::unique_ptr<char[]> pData(new (std::nothrow) char[qwCapacity]());
-  if (!pData) return false;
-  if (m_Buffer.pData) memcpy(pData.get(), m_Buffer.pData.get(), m_Buffer.dwCapacity);
-  m_Buffer.pData = std::move(pData);
+  std::unique_ptr<BYTE[]> pBytes(new (std::nothrow) BYTE[qwCapacity]());
+  if (!pBytes) return false;
+  if (m_Buffer.pBytes) memcpy(pBytes.get(), m_Buffer.Chars(), m_Buffer.dwCapacity);
+  m_Buffer.pBytes = std::move(pBytes);
   m_Buffer.dwCapacity = static_cast<DWORD>(qwCapacity);
   return true;
 }
@@ -36,7 +36,7 @@ HRESULT C_KOfdStringTable::Z_Store(const char* pBytes, DWORD dwBytes, bool bAtSt
   if (bAtStart && m_Buffer.dwCapacity < dwBytes) Z_Release();
   if (dwBytes == 0 || !Z_Grow(dwBytes)) return S_OK;
   // Storing at the start keeps the old length and adds to it: the table's established behaviour.
-  memcpy(m_Buffer.pData.get() + (bAtStart ? 0 : m_Buffer.dwLength), pBytes, dwBytes);
+  memcpy(m_Buffer.Chars() + (bAtStart ? 0 : m_Buffer.dwLength), pBytes, dwBytes);
   m_Buffer.dwLength += dwBytes;
   return S_OK;
 }
@@ -54,13 +54,13 @@ HRESULT C_KOfdStringTable::Append(const char* psz) {
 HRESULT C_KOfdStringTable::AssignTable(I_KOfdStringTable* pOther) {
   C_KOfdStringTable* pTable = dynamic_cast<C_KOfdStringTable*>(pOther);
   if (!pTable || pTable == this) return E_FAIL;
-  return Z_Store(pTable->m_Buffer.pData.get(), pTable->m_Buffer.dwLength, true);
+  return Z_Store(pTable->m_Buffer.Chars(), pTable->m_Buffer.dwLength, true);
 }
 
 HRESULT C_KOfdStringTable::AppendTable(I_KOfdStringTable* pOther) {
   C_KOfdStringTable* pTable = dynamic_cast<C_KOfdStringTable*>(pOther);
   if (!pTable || pTable == this) return E_FAIL;
-  return Z_Store(pTable->m_Buffer.pData.get(), pTable->m_Buffer.dwLength, false);
+  return Z_Store(pTable->m_Buffer.Chars(), pTable->m_Buffer.dwLength, false);
 }
 
 I_KOfdStringTable* C_KOfdStringTable::AssignFromString(const char* psz) {
@@ -84,22 +84,37 @@ I_KOfdStringTable* C_KOfdStringTable::AppendFromTable(I_KOfdStringTable* pOther)
 }
 
 const char* C_KOfdStringTable::GetString(DWORD dwOffset) {
-  const char* psz = C_ByteView(reinterpret_cast<const BYTE*>(m_Buffer.pData.get()), m_Buffer.dwLength).CString(dwOffset);
+  const char* psz = C_ByteView(m_Buffer.pBytes.get(), m_Buffer.dwLength).CString(dwOffset);
   return psz ? psz : "";
+}
+
+std::string_view C_KOfdStringTable::GetStringView(DWORD dwOffset) const {
+  if (!m_Buffer.pBytes || dwOffset >= m_Buffer.dwLength) return {};
+  const char* psz = m_Buffer.Chars() + dwOffset;
+  const void* pNul = memchr(psz, 0, m_Buffer.dwLength - dwOffset);
+  return pNul ? std::string_view(psz, static_cast<std::size_t>(static_cast<const char*>(pNul) - psz)) : std::string_view();
 }
 
 HRESULT C_KOfdStringTable::Read(I_File* pFile, DWORD dwBase) {
   KEL_SHDR* pHeader = nullptr;
   GetHeader(&pHeader);
-  const C_Block block = ReadFileRegion(pFile, dwBase, pHeader->sh_offset, pHeader->sh_size);
+  C_Block block = ReadFileRegion(pFile, dwBase, pHeader->sh_offset, pHeader->sh_size);
   if (block.IsEmpty()) ThrowLibraryError(false, KE_READ_FAILED, "When read string table");
+  if (!m_Buffer.pBytes && block.Size() != 0 && block.Size() <= 0xFFFFFFFFu - kBlockPadding) {
+    // Nothing held yet: the block becomes the buffer (its padding is capacity to spare), so the
+    // strings are read once and never copied.
+    m_Buffer.dwLength = block.Size();
+    m_Buffer.dwCapacity = block.Size() + kBlockPadding;
+    m_Buffer.pBytes = block.Release();
+    return S_OK;
+  }
   Z_Store(reinterpret_cast<const char*>(block.Data()), block.Size(), false);
   return S_OK;
 }
 
 HRESULT C_KOfdStringTable::Write(I_File* pFile) {
   // The test is inverted on purpose, and callers know it: success raises the write error.
-  if (WriteFileBlock(pFile ? pFile->GetHandle() : nullptr, m_Buffer.pData.get(), 1, m_Buffer.dwLength) != S_OK) return S_OK;
+  if (WriteFileBlock(pFile ? pFile->GetHandle() : nullptr, m_Buffer.Chars(), 1, m_Buffer.dwLength) != S_OK) return S_OK;
   try {
     ThrowLibraryError(true, KE_WRITE_FAILED, "When write string table");
   } catch (const C_Exception& error) {

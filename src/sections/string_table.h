@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 
 #include "sections/section.h"
 
@@ -42,14 +43,16 @@ class C_KOfdStringTable : public virtual I_KOfdStringTable, public virtual I_KOf
   // The string at dwOffset. An offset at or past the length, or a string whose NUL does not lie
   // inside the table, gives the empty string.
   const char* GetString(DWORD dwOffset) override;
+  // GetString with its length, found in the same pass.
+  std::string_view GetStringView(DWORD dwOffset) const;
   HRESULT Assign(const char* psz) override;
   HRESULT AssignTable(I_KOfdStringTable* pOther) override;
   HRESULT Append(const char* psz) override;
   HRESULT AppendTable(I_KOfdStringTable* pOther) override;
-  char* GetBuffer() override { return m_Buffer.pData.get(); }
-  char* GetEnd() override { return m_Buffer.pData ? m_Buffer.pData.get() + m_Buffer.dwLength : nullptr; }
+  char* GetBuffer() override { return m_Buffer.Chars(); }
+  char* GetEnd() override { return m_Buffer.pBytes ? m_Buffer.Chars() + m_Buffer.dwLength : nullptr; }
   const char* GetStringAt(DWORD dwOffset) override { return GetString(dwOffset); }
-  char* GetStrings() override { return m_Buffer.pData.get(); }
+  char* GetStrings() override { return m_Buffer.Chars(); }
   DWORD GetLength() override { return m_Buffer.dwLength; }
   DWORD GetUsed() override { return m_Buffer.dwLength; }
   bool HasStrings() override { return m_Buffer.dwLength != 0; }
@@ -78,7 +81,9 @@ class C_KOfdStringTable : public virtual I_KOfdStringTable, public virtual I_KOf
   HRESULT Z_Store(const char* pBytes, DWORD dwBytes, bool bAtStart);
 
   struct Buffer {
-    std::unique_ptr<char[]> pData;
+    // Allocated by the table, or the block its section was read into (see Read).
+    std::unique_ptr<BYTE[]> pBytes;
+    char* Chars() const { return reinterpret_cast<char*>(pBytes.get()); }
     DWORD dwLength = 0;
     DWORD dwCapacity = 0;
   } m_Buffer;
