@@ -121,28 +121,12 @@ void DumpRaw(const std::string& sPath) {
   ThrowIfFailed(raw.DumpAll(), &raw);
 }
 
-// The member's object, opened whole as the archive opens its members; a failure names the member.
-C_KOfdELF& MemberDocument(C_KArcObjectMember& member) {
-  I_KOfdELF* pElf = nullptr;
-  const HRESULT hr = member.GetDocument(&pElf);
-  C_KOfdELF* pDocument = hr == S_OK ? dynamic_cast<C_KOfdELF*>(pElf) : nullptr;
-  if (!pDocument) ThrowLibraryError(false, hr != S_OK ? hr : E_POINTER, member.GetName());
-  return *pDocument;
-}
-
 // A member's header, then its object's whole dump.
 void DumpMember(C_KArcObjectMember& member) {
   DumpPart(&member.GetHeader());
   DumpWholeObject(MemberDocument(member));
 }
 
-// The object of the member sName; a failure names the member.
-C_KOfdELF& MemberObject(C_KOfdArchive& archive, const std::string& sName) {
-  DWORD dwIndex = 0;
-  const HRESULT hr = archive.FindMember(sName.c_str(), &dwIndex);
-  if (hr != S_OK) Fail("no member named " + EscapeText(sName), hr);
-  return MemberDocument(archive.MemberAt(dwIndex));
-}
 
 // With --member, an archive's object selectors show the member's object: each one, in order,
 // exactly as it shows the member extracted as a file.
@@ -210,7 +194,7 @@ int RunDump(const std::string& sGiven, const std::vector<Selection>& selections)
           DumpArchiveSelection(*archive, selection);
           continue;
         }
-        C_KOfdELF& member = MemberObject(*archive, selection.sName);
+        C_KOfdELF4& member = MemberObject(*archive, selection.sName);
         for (const Selection& part : selections) {
           if (IsObjectSelector(part.selector)) DumpSelection(member, part);
         }
@@ -357,7 +341,7 @@ int RunDumpJson(const std::string& sGiven, const std::vector<Selection>& selecti
       }
       for (DWORD i : vIndexes) {
         C_KArcObjectMember& member = archive->MemberAt(i);
-        C_KOfdELF& document = MemberDocument(member);
+        C_KOfdELF4& document = MemberDocument(member);
         members.push_back({&member, &document, bInMembers ? ObjectParts(document, selections, false) : ObjectJsonParts()});
       }
     }

@@ -35,10 +35,17 @@ struct RelocOptions {
   bool bJson = false;
 };
 
-// The relocation section of type 22 at dwIndex, or null.
+// The relocation section of type 22 at dwIndex, or null. The type comes from the section header,
+// so no other section is read; a table that fails to read throws its failure.
 C_KOfdRelxebTable* TableAt(C_KOfdELF4& document, DWORD dwIndex) {
+  I_KElfSectionHeader* pHeaders = nullptr;
+  KEL_SHDR* pRecord = nullptr;
+  if (document.GetSectionHeader(&pHeaders) != S_OK || !pHeaders || pHeaders->GetAt(dwIndex, &pRecord) != S_OK ||
+      !pRecord || pRecord->sh_type != SHT_KEL_RELXEB) {
+    return nullptr;
+  }
   I_KOfdSection* pSection = nullptr;
-  document.GetSection(dwIndex, &pSection);
+  ThrowIfFailed(document.GetSection(dwIndex, &pSection), &document);
   return dynamic_cast<C_KOfdRelxebTable*>(pSection);
 }
 
@@ -215,22 +222,15 @@ struct OpenedObject {
 void OpenRelocObject(const RelocOptions& options, OpenedObject& opened) {
   if (options.sMember.empty()) {
     if (KindOfFile(options.sPath) == FileKind::kArchive) Fail("an archive: name the member to list with --member NAME", KE_NOT_OBJECT_FILE);
-    opened.object = OpenObject(options.sPath);
+    // A listing reads the relocation tables and what they name; --apply patches every program section.
+    opened.object = options.sApply.empty() ? OpenObjectHeaders(options.sPath) : OpenObject(options.sPath);
     opened.pDocument = opened.object.get();
     return;
   }
   if (KindOfFile(options.sPath) != FileKind::kArchive) ThrowLibraryError(false, KE_NOT_ARCHIVE_FILE, options.sPath.c_str());
   opened.archive = std::make_unique<C_KOfdArchive>();
   OpenArchive(*opened.archive, options.sPath);
-  DWORD dwIndex = 0;
-  const HRESULT hr = opened.archive->FindMember(options.sMember.c_str(), &dwIndex);
-  if (hr != S_OK) Fail("no member named " + EscapeText(options.sMember), hr);
-  C_KArcObjectMember& member = opened.archive->MemberAt(dwIndex);
-  I_KOfdELF* pElf = nullptr;
-  const HRESULT hrDocument = member.GetDocument(&pElf);
-  if (hrDocument != S_OK || !pElf) ThrowLibraryError(false, hrDocument != S_OK ? hrDocument : E_POINTER, member.GetName());
-  opened.pDocument = dynamic_cast<C_KOfdELF4*>(pElf);
-  if (!opened.pDocument) Fail("member " + EscapeText(options.sMember) + " has no object to list", E_POINTER);
+  opened.pDocument = &MemberObject(*opened.archive, options.sMember);
 }
 
 int RunReloc(const RelocOptions& given, const std::string& sGiven, C_JsonWriter* pShared) {

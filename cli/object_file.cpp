@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "escape.h"
+#include "frame/error.h"
 #include "frame/fileio.h"
 #include "frame/text.h"
 #include "report.h"
@@ -20,6 +21,21 @@ FileKind KindOfFile(const std::string& sPath) {
 void OpenArchive(C_KOfdArchive& archive, const std::string& sPath) {
   archive.AttachPath(sPath.c_str(), 0);
   ThrowIfFailed(archive.Open(), &archive);
+}
+
+C_KOfdELF4& MemberDocument(C_KArcObjectMember& member) {
+  I_KOfdELF* pElf = nullptr;
+  const HRESULT hr = member.GetDocument(&pElf);
+  C_KOfdELF4* pDocument = hr == S_OK ? dynamic_cast<C_KOfdELF4*>(pElf) : nullptr;
+  if (!pDocument) ThrowLibraryError(false, hr != S_OK ? hr : E_POINTER, member.GetName());
+  return *pDocument;
+}
+
+C_KOfdELF4& MemberObject(C_KOfdArchive& archive, const std::string& sName) {
+  DWORD dwIndex = 0;
+  const HRESULT hr = archive.FindMember(sName.c_str(), &dwIndex);
+  if (hr != S_OK) Fail("no member named " + EscapeText(sName), hr);
+  return MemberDocument(archive.MemberAt(dwIndex));
 }
 
 namespace {

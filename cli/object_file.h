@@ -22,6 +22,12 @@ std::unique_ptr<C_KOfdELF4> OpenObjectHeaders(const std::string& sPath);
 // Attaches the archive to sPath and opens it; throws the archive's failure.
 void OpenArchive(C_KOfdArchive& archive, const std::string& sPath);
 
+// The object of an archive member, opened whole as the archive opens its members; a failure
+// names the member.
+C_KOfdELF4& MemberDocument(C_KArcObjectMember& member);
+// The object of the member named sName: "no member named NAME" when there is none.
+C_KOfdELF4& MemberObject(C_KOfdArchive& archive, const std::string& sName);
+
 // The section that sSelector names: by index when it is all digits (of any length), else by name
 // ignoring case (the first match). A section without a class is null. Naming none throws the
 // document's code with words that say so: "no section 99, the object has 16 (0x800403f1)"; a

@@ -156,4 +156,8 @@ TEST(LazyOpen, HeaderListingsAndInfoShowADamagedSectionsObjectAndItsDumpFailsAsT
   const Outcome json = Kofd(dir, "dump --json --section-headers --section .symtab " + Quoted(sPath));
   EXPECT_EQ(json.status, 0) << json.err;
   EXPECT_NE(json.out.find("\"name\":\"main\""), std::string::npos) << json.out;
+  // A relocation listing reads the relocation tables alone: this object has none to list.
+  const Outcome reloc = Kofd(dir, "reloc " + Quoted(sPath));
+  EXPECT_EQ(reloc.status, 0) << reloc.err;
+  EXPECT_EQ(reloc.out, "");
 }
