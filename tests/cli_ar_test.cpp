@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <climits>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -150,7 +151,13 @@ TEST(CliAr, JsonFailsWholeOnADamagedLinkerMember) {
 }
 
 // The members a change keeps are copied from the old file a block at a time: adding to or
-// removing from an archive of two 24 MiB members holds neither of them.
+// removing from an archive of two 24 MiB members holds neither of them. Under the sanitizers the
+// peak is their shadow memory and quarantine, not the tool's, and only the bytes are checked.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr long kMostHeldKiB = LONG_MAX;
+#else
+constexpr long kMostHeldKiB = 20 * 1024;
+#endif
 TEST(CliAr, ChangesToALargeArchiveHoldNoMemberWhole) {
   if (access("/usr/bin/time", X_OK) != 0) GTEST_SKIP() << "no /usr/bin/time";
   TempDir dir;
@@ -173,10 +180,10 @@ TEST(CliAr, ChangesToALargeArchiveHoldNoMemberWhole) {
 
   const long lAdd = PeakKiB(dir, "ar lib.a add a.o");
   EXPECT_GT(lAdd, 0);
-  EXPECT_LT(lAdd, 20 * 1024) << "kofd ar add held " << lAdd << " KiB";
+  EXPECT_LT(lAdd, kMostHeldKiB) << "kofd ar add held " << lAdd << " KiB";
   const long lRemove = PeakKiB(dir, "ar lib.a remove big1.o");
   EXPECT_GT(lRemove, 0);
-  EXPECT_LT(lRemove, 20 * 1024) << "kofd ar remove held " << lRemove << " KiB";
+  EXPECT_LT(lRemove, kMostHeldKiB) << "kofd ar remove held " << lRemove << " KiB";
   const std::string sAfter = TempDir::Read(dir.Path("lib.a"));
   EXPECT_EQ(objects.Ar("list").out, "0\t25165825\tbig2.o\n1\t" + std::to_string(TempDir::Read(objects.a).size()) + "\ta.o\n");
   EXPECT_EQ(sAfter.find(std::string(nMember + 1, 0x22)) + nMember + 1 + 60 + TempDir::Read(objects.a).size(), sAfter.size());
@@ -184,14 +191,14 @@ TEST(CliAr, ChangesToALargeArchiveHoldNoMemberWhole) {
   // check (and its fix), replace and extract walk the file and copy the members the same way.
   const long lCheck = PeakKiB(dir, "ar lib.a check --fix", 1);
   EXPECT_GT(lCheck, 1000);
-  EXPECT_LT(lCheck, 20 * 1024) << "kofd ar check --fix held " << lCheck << " KiB";
+  EXPECT_LT(lCheck, kMostHeldKiB) << "kofd ar check --fix held " << lCheck << " KiB";
   const long lReplace = PeakKiB(dir, "ar lib.a replace a.o");
   EXPECT_GT(lReplace, 0);
-  EXPECT_LT(lReplace, 20 * 1024) << "kofd ar replace held " << lReplace << " KiB";
+  EXPECT_LT(lReplace, kMostHeldKiB) << "kofd ar replace held " << lReplace << " KiB";
   std::filesystem::create_directory(dir.Path("out"));
   const long lExtract = PeakKiB(dir, "ar lib.a extract big2.o -C out");
   EXPECT_GT(lExtract, 0);
-  EXPECT_LT(lExtract, 20 * 1024) << "kofd ar extract held " << lExtract << " KiB";
+  EXPECT_LT(lExtract, kMostHeldKiB) << "kofd ar extract held " << lExtract << " KiB";
   EXPECT_TRUE(TempDir::Read(dir.Path("out/big2.o")) == std::string(nMember + 1, 0x22));
   const std::string sFixed = TempDir::Read(dir.Path("lib.a"));
   EXPECT_EQ(sFixed.find(std::string(nMember + 1, 0x22)) + nMember + 1 + 60 + TempDir::Read(objects.a).size(), sFixed.size());
