@@ -9,18 +9,13 @@
 #   defaults: build/ci/cli/kofd, build/ci/bench/kofd_make_corpus, every member.
 #   Exit 77 (skipped) when libc.a is absent.
 set -uo pipefail
-kofd=$(realpath "${1:-build/ci/cli/kofd}")
-make_corpus=${2:-build/ci/bench/kofd_make_corpus}
-limit=${3:-0}
 here=$(dirname "$0")
 # shellcheck source=bench/corpus_lib.sh
 . "$here/corpus_lib.sh"
 
-begin_kelf_corpus "$make_corpus" "$limit"
+begin_kelf_corpus ci 0 "$@"
 
-failures=0
 exec 3>&1
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 # Runs a command, printing its wall time as "LABEL: N.NNN s".
 timed() {
   local label=$1 start end

@@ -8,12 +8,9 @@
 #   defaults: build/default/cli/kofd, build/default/bench/kofd_make_corpus, every member.
 #   Exit 77 (skipped) when libc.a is absent.
 set -uo pipefail
-kofd=${1:-build/default/cli/kofd}
-make_corpus=${2:-build/default/bench/kofd_make_corpus}
-limit=${3:-0}
 # shellcheck source=corpus_lib.sh
 . "$(dirname "$0")/corpus_lib.sh"
-begin_kelf_corpus "$make_corpus" "$limit"
+begin_kelf_corpus default 0 "$@"
 printf 'PATCHED!' >"$work/eight.bin"
 printf '0123456789abcdef' >"$work/sixteen.bin"
 

@@ -8,12 +8,9 @@
 # Usage: bench/corpus_export.sh [KOFD] [MAKE_CORPUS] [LIMIT]   (defaults as corpus_check.sh; LIMIT 0: all)
 set -uo pipefail
 here=$(dirname "$0")
-kofd=${1:-build/default/cli/kofd}
-make_corpus=${2:-build/default/bench/kofd_make_corpus}
-limit=${3:-0}
 # shellcheck source=corpus_lib.sh
 . "$here/corpus_lib.sh"
-begin_kelf_corpus "$make_corpus" "$limit"
+begin_kelf_corpus default 0 "$@"
 
 python3 - "$kofd" "$work" <<'PY'
 import os, re, subprocess, sys

@@ -11,18 +11,13 @@
 #   defaults: build/ci/cli/kofd, build/ci/bench/kofd_make_corpus, 100 objects.
 #   Exit 77 (skipped) when libc.a is absent.
 set -uo pipefail
-kofd=${1:-build/ci/cli/kofd}
-make_corpus=${2:-build/ci/bench/kofd_make_corpus}
-limit=${3:-100}
 here=$(cd "$(dirname "$0")" && pwd)
 # shellcheck source=bench/corpus_lib.sh
 . "$here/corpus_lib.sh"
 
-begin_kelf_corpus "$make_corpus" "$limit"
+begin_kelf_corpus ci 100 "$@"
 mkdir -p "$work/json" "$work/damaged"
 
-failures=0
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 
 objects=("$work"/kelf/*.kelf)
 # Layout of every good object: exit 0, the document kept for the coverage check.

@@ -17,12 +17,9 @@ set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 # shellcheck source=bench/corpus_lib.sh
 . "$here/corpus_lib.sh"
-kofd=$(realpath "${1:-build/ci/cli/kofd}")
-make_corpus=${2:-build/ci/bench/kofd_make_corpus}
-limit=${3:-100}
 command -v python3 >/dev/null || { echo "no python3: skipped"; exit 77; }
 
-begin_kelf_corpus "$make_corpus" "$limit"
+begin_kelf_corpus ci 100 "$@"
 python3 - "$kofd" "$work/kelf" <<'EOF'
 import json, os, subprocess, sys
 

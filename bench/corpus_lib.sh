@@ -5,9 +5,12 @@
 #   make_kelf_corpus MAKE_CORPUS WORK [LIMIT]
 #       WORK/elf: the members; WORK/kelf/NAME.kelf: the converted objects, every one or LIMIT of
 #       them spread evenly over the archive. Returns 77 (skipped) when libc.a is absent.
-#   begin_kelf_corpus MAKE_CORPUS [LIMIT]
-#       For a corpus script: sets $work to a temporary directory removed at exit, makes the
-#       corpus there, and ends the script with 77 (skipped) or 1 when it cannot be made.
+#   begin_kelf_corpus PRESET LIMIT [KOFD [MAKE_CORPUS [SCRIPT_LIMIT]]]
+#       For a corpus script, given the script's own arguments after PRESET and LIMIT: sets $kofd
+#       (absolute) and $make_corpus, by default those of build/PRESET, and $limit (LIMIT unless
+#       the script was given one; 0 is every object); sets $work to a temporary directory
+#       removed at exit and makes the corpus there, ending the script with 77 (skipped) or 1 when
+#       it cannot be made. Also starts $failures at 0, counted by `fail MESSAGE`.
 corpus_archive=/usr/lib/x86_64-linux-gnu/libc.a
 
 make_kelf_corpus() {
@@ -22,11 +25,20 @@ make_kelf_corpus() {
 }
 
 begin_kelf_corpus() {
-  local status
+  local status preset=$1
+  kofd=$(realpath "${3:-build/$preset/cli/kofd}")
+  make_corpus=${4:-build/$preset/bench/kofd_make_corpus}
+  limit=${5:-$2}
+  failures=0
   work=$(mktemp -d)
   trap 'rm -rf "$work"' EXIT
-  make_kelf_corpus "$1" "$work" "${2:-0}"
+  make_kelf_corpus "$make_corpus" "$work" "$limit"
   status=$?
   [ "$status" -eq 77 ] && exit 77
   [ "$status" -eq 0 ] || { echo "the corpus could not be made"; exit 1; }
+}
+
+fail() {
+  echo "FAIL: $*"
+  failures=$((failures + 1))
 }

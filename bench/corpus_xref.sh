@@ -17,13 +17,8 @@ set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 # shellcheck source=bench/corpus_lib.sh
 . "$here/corpus_lib.sh"
-kofd=$(realpath "${1:-build/ci/cli/kofd}")
-make_corpus=${2:-build/ci/bench/kofd_make_corpus}
-limit=${3:-100}
 
-begin_kelf_corpus "$make_corpus" "$limit"
-failures=0
-fail() { echo "FAIL $*"; failures=$((failures + 1)); }
+begin_kelf_corpus ci 100 "$@"
 now() { date +%s.%N; }
 
 # The archive: members added one at a time, a member whose global symbols another already
